@@ -1,0 +1,44 @@
+# libvexo.so from the objects of the layers, its installation, and the same objects as a static
+# library for tests that look inside.
+
+set_target_properties(vexo_objects PROPERTIES
+  POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden
+  C_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+target_compile_options(vexo_objects PRIVATE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+target_compile_definitions(vexo_objects PRIVATE VEXO_BUILDING)
+target_link_libraries(vexo_objects PRIVATE vexo_options)
+
+set(VEXO_VERSION_SCRIPT ${PROJECT_SOURCE_DIR}/cmake/libvexo.map)
+add_library(vexo SHARED)
+target_link_libraries(vexo PRIVATE vexo_objects vexo_options)
+target_include_directories(vexo PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/vexo>)
+set_target_properties(vexo PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINKER_LANGUAGE CXX
+  LINK_DEPENDS ${VEXO_VERSION_SCRIPT})
+target_link_options(vexo PRIVATE -Wl,--version-script=${VEXO_VERSION_SCRIPT})
+if(NOT VEXO_SANITIZE)
+  target_link_options(vexo PRIVATE -Wl,--no-undefined)
+endif()
+add_library(vexo::vexo ALIAS vexo)
+
+add_library(vexo_internal STATIC EXCLUDE_FROM_ALL)
+target_link_libraries(vexo_internal PRIVATE vexo_objects PUBLIC vexo_options)
+set_target_properties(vexo_internal PROPERTIES LINKER_LANGUAGE CXX)
+
+install(TARGETS vexo EXPORT vexo-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(EXPORT vexo-targets NAMESPACE vexo:: FILE vexo-config.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vexo)
+get_property(headers GLOBAL PROPERTY VEXO_PUBLIC_HEADERS)
+foreach(header IN LISTS headers)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexo/${folder})
+endforeach()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/vexo.pc.in vexo.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vexo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,67 @@
+#include "tests/support/process.h"
+
+#include <dirent.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace test {
+
+namespace {
+
+std::chrono::microseconds to_microseconds(const timeval& time) {
+    return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+}
+
+}  // namespace
+
+bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::chrono::microseconds cpu_time() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return to_microseconds(usage.ru_utime) + to_microseconds(usage.ru_stime);
+}
+
+std::set<int> open_descriptors() {
+    std::set<int> found;
+    DIR* directory = opendir("/proc/self/fd");
+    while (const dirent* entry = readdir(directory)) {
+        if (entry->d_name[0] != '.') {
+            found.insert(std::atoi(entry->d_name));
+        }
+    }
+    found.erase(dirfd(directory));
+    closedir(directory);
+    return found;
+}
+
+std::string own_loopback(int number) {
+    const int pid = getpid();
+    const int second = 1 + (pid / 250) % 250;
+    const int third = 1 + pid % 250;
+    return "127." + std::to_string(second) + "." + std::to_string(third) + "." +
+           std::to_string(number);
+}
+
+std::string read_file(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+}  // namespace test

@@ -1,0 +1,31 @@
+// Small things that every test of a process with threads, files and sockets needs.
+#ifndef TESTS_SUPPORT_PROCESS_H
+#define TESTS_SUPPORT_PROCESS_H
+
+#include <chrono>
+#include <functional>
+#include <set>
+#include <string>
+
+namespace test {
+
+// Waits until `condition` holds, looking every millisecond. Returns whether it did in time.
+bool wait_until(const std::function<bool()>& condition,
+                std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+// Processor time that this process has used, all threads together.
+std::chrono::microseconds cpu_time();
+
+// The descriptors that this process has open.
+std::set<int> open_descriptors();
+
+// A loopback address of this process alone, so that tests which need fixed ports can run beside
+// each other; `number` (1 to 250) tells several addresses of one process apart.
+std::string own_loopback(int number = 1);
+
+// The whole of a file; empty when there is none.
+std::string read_file(const std::string& path);
+
+}  // namespace test
+
+#endif
