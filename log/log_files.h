@@ -1,0 +1,39 @@
+// The files of the log, one per key. Used by the writer thread alone.
+#ifndef LOG_LOG_FILES_H
+#define LOG_LOG_FILES_H
+
+#include <cstdio>
+
+#include "log/log_key.h"
+
+namespace vexo {
+
+class LogFiles {
+public:
+    // Appends a line to the file of `key` and flushes it. The line is lost when the file cannot be
+    // opened or all rows are taken by other keys.
+    void write(const char* key, const char* line);
+    // Closes all files and forgets their keys, so that the next line of a key truncates its file.
+    void close_all();
+
+private:
+    static constexpr int kRows = 10;
+    static constexpr int kLinesPerFile = 500000;
+
+    struct Row {
+        char key[kLogKeySize];
+        FILE* stream;  // null after a failed reset: the key's later lines are lost
+        int lines;     // since the file was opened or reset
+    };
+
+    Row* find(const char* key);
+    Row* open(const char* key);
+    static void reset(Row& row);
+
+    Row rows_[kRows] = {};
+    int count_ = 0;
+};
+
+}  // namespace vexo
+
+#endif

@@ -1,0 +1,23 @@
+// Copies of bytes that another thread may be writing or reading at the same moment. What is read
+// that way may be a mixture and is only used where that is harmless or noticed afterwards (by a
+// sequence count). They are single instructions, so that the compiler can neither assume that there
+// is no race nor move them across the atomic accesses around them; x86-64 keeps loads in order with
+// loads, and stores with stores.
+#ifndef LOG_RACING_COPY_H
+#define LOG_RACING_COPY_H
+
+#include <cstddef>
+
+namespace vexo {
+
+inline void racing_copy(void* to, const void* from, size_t size) {
+    asm volatile("rep movsb" : "+D"(to), "+S"(from), "+c"(size) : : "memory");
+}
+
+inline void racing_clear(void* to, size_t size) {
+    asm volatile("rep stosb" : "+D"(to), "+c"(size) : "a"(0) : "memory");
+}
+
+}  // namespace vexo
+
+#endif

@@ -1,0 +1,78 @@
+#include "log/report.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "log/log.h"
+#include "log/racing_copy.h"
+
+namespace vexo {
+
+namespace {
+
+class ErrnoKeeper {
+public:
+    ~ErrnoKeeper() { errno = saved_; }
+
+private:
+    int saved_ = errno;
+};
+
+// A text in the caller's own buffer, so that what is logged is always one caller's.
+struct Text {
+    char characters[VEXO_LOG_STRING_SIZE];
+
+    Text(const char* format, va_list arguments) {
+        std::vsnprintf(characters, sizeof characters, format, arguments);
+    }
+};
+
+void log_text(Caller caller, const Text& text) {
+    racing_copy(log_string, text.characters, std::strlen(text.characters) + 1);
+    log_write(caller.handle, caller.function, text.characters);
+}
+
+}  // namespace
+
+void report(Caller caller, const char* format, ...) {
+    const ErrnoKeeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    const Text text(format, arguments);
+    va_end(arguments);
+    std::puts(text.characters);
+    log_text(caller, text);
+}
+
+void report_verbatim(Caller caller, const char* format, ...) {
+    const ErrnoKeeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    const Text text(format, arguments);
+    va_end(arguments);
+    std::fputs(text.characters, stdout);
+    log_text(caller, text);
+}
+
+void report_as(Caller caller, const char* printed, const char* format, ...) {
+    const ErrnoKeeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    const Text text(format, arguments);
+    va_end(arguments);
+    std::puts(printed);
+    log_text(caller, text);
+}
+
+void record(Caller caller, const char* format, ...) {
+    const ErrnoKeeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    const Text text(format, arguments);
+    va_end(arguments);
+    log_text(caller, text);
+}
+
+}  // namespace vexo

@@ -1,0 +1,148 @@
+#include "net/exchange_socket.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "log/report.h"
+
+namespace vexo {
+
+namespace {
+
+constexpr int kSynRetries = 2;
+constexpr suseconds_t kSendWaitMicroseconds = 5000;
+
+// "<system's text> (errno: <number>)", in the object itself, so that threads do not share it.
+struct ErrorDescription {
+    char text[512];
+
+    explicit ErrorDescription(int error_number) {
+        char buffer[256];
+        std::snprintf(text, sizeof text, "%s (errno: %d)",
+                      strerror_r(error_number, buffer, sizeof buffer), error_number);
+    }
+};
+
+void report_error(const char* function, const char* what) {
+    report({0, function}, "%s - %s", what, ErrorDescription(errno).text);
+}
+
+void close_keeping_errno(int fd) {
+    const int saved = errno;
+    close(fd);
+    errno = saved;
+}
+
+enum class Direction { read, write };
+
+// select() for one descriptor; a null limit waits without one.
+int wait_ready(int fd, Direction direction, timeval* limit) {
+    if (fd < 0 || fd >= FD_SETSIZE) {
+        errno = EBADF;
+        return -1;
+    }
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    fd_set* read = direction == Direction::read ? &set : nullptr;
+    fd_set* write = direction == Direction::write ? &set : nullptr;
+    return select(fd + 1, read, write, nullptr, limit);
+}
+
+// Connects `fd`; on failure reports why and returns false.
+bool connect_to(int fd, const char* address, int port) {
+    setsockopt(fd, IPPROTO_TCP, TCP_SYNCNT, &kSynRetries, sizeof kSynRetries);
+
+    sockaddr_in peer{};
+    peer.sin_family = AF_INET;
+    peer.sin_port = htons(static_cast<uint16_t>(port));
+    if (inet_pton(AF_INET, address, &peer.sin_addr) < 1) {
+        report({0, "socket_connect"}, "Invalid address %s - %s", address,
+               ErrorDescription(errno).text);
+        return false;
+    }
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) < 0) {
+        report_error("socket_connect", "Connection failed");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+}  // namespace vexo
+
+using namespace vexo;
+
+const char* socket_get_error_desc(int error_number) {
+    static char err_desc[sizeof(ErrorDescription::text)];
+    const ErrorDescription description(error_number == -1 ? errno : error_number);
+    std::strcpy(err_desc, description.text);
+    return err_desc;
+}
+
+int socket_connect(const char* address, int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (fd < 0) {
+        report({0, "socket_connect"}, "Socket creation failed for %s:%d - %s", address, port,
+               ErrorDescription(errno).text);
+        return -1;
+    }
+    if (!connect_to(fd, address, port)) {
+        close_keeping_errno(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int socket_send(int fd, const void* data, unsigned int length) {
+    timeval limit{0, kSendWaitMicroseconds};
+    const int ready = wait_ready(fd, Direction::write, &limit);
+    if (ready < 0) {
+        report_error("socket_send", "Select error");
+        return -1;
+    }
+    if (ready == 0) {
+        report({0, "socket_send"},
+               "Timeout occurred! Socket not ready to send after 5 milliseconds.");
+        return -1;
+    }
+    const ssize_t sent = send(fd, data, length, MSG_NOSIGNAL);
+    if (sent < 0) {
+        report_error("socket_send", "Send failed");
+        return -1;
+    }
+    return static_cast<int>(sent);
+}
+
+int socket_recv(int fd, void* buffer, unsigned int capacity, int timeout) {
+    timeval limit{timeout / 1000000, timeout % 1000000};
+    const int ready = wait_ready(fd, Direction::read, timeout < 0 ? nullptr : &limit);
+    if (ready < 0) {
+        report_error("socket_recv", "Select error");
+        return VEXO_SOCKET_ERROR;
+    }
+    if (ready == 0) {
+        return VEXO_SOCKET_TIMEOUT;
+    }
+    const ssize_t received = recv(fd, buffer, capacity, 0);
+    if (received < 0) {
+        report_error("socket_recv", "Receive failed");
+        return VEXO_SOCKET_ERROR;
+    }
+    return static_cast<int>(received);
+}
+
+int socket_close(int fd) {
+    return close(fd);
+}
+
+void socket_cleanup(void) {}
