@@ -12,8 +12,8 @@
  * log_init(), and again after 500,000 lines. At most 10 keys get a file: with ten handles and
  * general lines there are eleven keys, and the last one to log gets none.
  *
- * A line: "Function:<name> Handle:<number> Time:<YYYY-MM-DD hh:mm:ss.uuuuuu> <text>", in local time,
- * cut at 2047 characters.
+ * A line: "Function:<name> Handle:<number> Time:<YYYY-MM-DD hh:mm:ss.uuuuuu> <text>", in local
+ * time, cut at 2047 characters.
  *
  * Nothing in the library starts or stops the log: call log_init() once early and log_cleanup() once
  * at the end. Until then up to 31 lines wait, and log_init() forgets them.
@@ -49,9 +49,8 @@ VEXO_API void log_init(void);
  *   function  name of the operation that logs
  *   text      the message, without a line feed at its end
  * The line is silently dropped when the handle is not registered, when `function` or `text` is null
- * (with a handle other than 0; with 0 "(null)" is logged), when there is no memory, or when 31 lines
- * wait. Costs one clock reading, one allocation and a short critical section.
- * Thread: any.
+ * (with a handle other than 0; with 0 "(null)" is logged), when there is no memory, or when 31
+ * lines wait. Costs one clock reading, one allocation and a short critical section. Thread: any.
  */
 VEXO_API void log_write(uint32_t handle, const char* function, const char* text);
 

@@ -22,8 +22,8 @@ struct Caller {
 [[gnu::format(printf, 2, 3)]] void report_verbatim(Caller caller, const char* format, ...);
 
 // Prints `printed` as a line, and logs the formatted text, which says more.
-[[gnu::format(printf, 3, 4)]] void report_as(Caller caller, const char* printed,
-                                             const char* format, ...);
+[[gnu::format(printf, 3, 4)]] void report_as(Caller caller, const char* printed, const char* format,
+                                             ...);
 
 // Logs the text and prints nothing.
 [[gnu::format(printf, 2, 3)]] void record(Caller caller, const char* format, ...);

@@ -8,10 +8,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "log/report.h"
+#include "net/error_description.h"
 
 namespace vexo {
 
@@ -19,17 +19,6 @@ namespace {
 
 constexpr int kSynRetries = 2;
 constexpr suseconds_t kSendWaitMicroseconds = 5000;
-
-// "<system's text> (errno: <number>)", in the object itself, so that threads do not share it.
-struct ErrorDescription {
-    char text[512];
-
-    explicit ErrorDescription(int error_number) {
-        char buffer[256];
-        std::snprintf(text, sizeof text, "%s (errno: %d)",
-                      strerror_r(error_number, buffer, sizeof buffer), error_number);
-    }
-};
 
 void report_error(const char* function, const char* what) {
     report({0, function}, "%s - %s", what, ErrorDescription(errno).text);

@@ -1,0 +1,190 @@
+#include "client/name_index.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "client/records.h"
+#include "client/registry.h"
+
+using namespace vexo;
+
+namespace {
+
+// One of the three tables of a handle.
+struct NameTable {
+    NameNode*& head;
+    NameNode* pool;
+    uint32_t pool_size;
+    uint32_t& used;
+    size_t row_size;   // distance of the catalogue's rows
+    const char* noun;  // in messages
+};
+
+NameTable input_table(Dataspace& d) {
+    return {d.input_index,      d.input_nodes,         kInputRows,
+            d.input_nodes_used, sizeof(VariableEntry), "Input"};
+}
+
+NameTable output_table(Dataspace& d) {
+    return {d.output_index,      d.output_nodes,        kOutputRows,
+            d.output_nodes_used, sizeof(VariableEntry), "Output"};
+}
+
+NameTable method_table(Dataspace& d) {
+    return {d.method_index,      d.method_nodes,      kMethodRows,
+            d.method_nodes_used, sizeof(MethodEntry), "Method"};
+}
+
+using TableOf = NameTable (*)(Dataspace&);
+
+Registration find_or_report_missing(Caller caller) {
+    const Registration found = find_registration(caller.handle);
+    if (!found) {
+        report(caller, "%s---VexoDatespace is NULL", caller.function);
+    }
+    return found;
+}
+
+// Releases the hash library's records; the nodes live in the pool.
+void drop(NameTable& table) {
+    HASH_CLEAR(hh, table.head);
+    table.used = 0;
+}
+
+void add(NameTable& table, std::string_view name, int32_t row) {
+    NameNode* node = &table.pool[table.used++];
+    std::memset(node, 0, sizeof *node);
+    std::memcpy(node->name, name.data(), name.size());
+    node->row = row;
+    HASH_ADD_KEYPTR(hh, table.head, node->name, name.size(), node);
+}
+
+int32_t build(Caller caller, TableOf table_of, int32_t count, const void* rows) {
+    const Registration found = find_or_report_missing(caller);
+    if (!found) {
+        return -1;
+    }
+    NameTable table = table_of(*found);
+    drop(table);
+    const char* row_name = static_cast<const char*>(rows);
+    for (int32_t row = 0; row < count; ++row, row_name += table.row_size) {
+        const std::string_view name(row_name, strnlen(row_name, kNameSize));
+        if (name.empty()) {
+            continue;
+        }
+        if (table.used == table.pool_size) {
+            report(caller, "[ERROR] %s hash pool overflow!", table.noun);
+            break;
+        }
+        add(table, name, row);
+    }
+    return 0;
+}
+
+int32_t look_up(const NameTable& table, std::string_view name) {
+    NameNode* node = nullptr;
+    HASH_FIND(hh, table.head, name.data(), name.size(), node);
+    return node != nullptr ? node->row : -1;
+}
+
+int32_t find(Caller caller, TableOf table_of, const char* name) {
+    const Registration found = find_or_report_missing(caller);
+    if (!found || name == nullptr) {
+        return -1;
+    }
+    return look_up(table_of(*found), name);
+}
+
+// A row for an output recipe: of an output, else of an input that is to be echoed.
+int32_t find_output_or_input(uint32_t handle, const char* name) {
+    const int32_t row = find_output_index(handle, name);
+    return row != -1 ? row
+                     : find_input_index(handle, name) | static_cast<int32_t>(VEXO_INPUT_ROW_MARKER);
+}
+
+using Find = int32_t (*)(uint32_t handle, const char* name);
+
+Find find_of_kind(uint32_t kind) {
+    static constexpr Find kFinds[] = {find_input_index, find_output_or_input, find_method_index};
+    return kind < std::size(kFinds) ? kFinds[kind] : nullptr;
+}
+
+// Cuts the list at its commas, in place. An empty item is null.
+void split(char* list, const char** names) {
+    for (;;) {
+        char* comma = std::strchr(list, ',');
+        if (comma != nullptr) {
+            *comma = '\0';
+        }
+        *names++ = *list != '\0' ? list : nullptr;
+        if (comma == nullptr) {
+            return;
+        }
+        list = comma + 1;
+    }
+}
+
+}  // namespace
+
+int32_t build_input_hash(uint32_t handle, int32_t count, const void* rows) {
+    return build({handle, __func__}, input_table, count, rows);
+}
+
+int32_t build_output_hash(uint32_t handle, int32_t count, const void* rows) {
+    return build({handle, __func__}, output_table, count, rows);
+}
+
+int32_t build_method_hash(uint32_t handle, int32_t count, const void* rows) {
+    return build({handle, __func__}, method_table, count, rows);
+}
+
+int32_t reset_all_hashes(uint32_t handle) {
+    const Registration found = find_or_report_missing({handle, __func__});
+    if (!found) {
+        return -1;
+    }
+    for (const TableOf table_of : {input_table, output_table, method_table}) {
+        NameTable table = table_of(*found);
+        drop(table);
+    }
+    return 0;
+}
+
+int32_t find_input_index(uint32_t handle, const char* name) {
+    return find({handle, __func__}, input_table, name);
+}
+
+int32_t find_output_index(uint32_t handle, const char* name) {
+    return find({handle, __func__}, output_table, name);
+}
+
+int32_t find_method_index(uint32_t handle, const char* name) {
+    return find({handle, __func__}, method_table, name);
+}
+
+int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* results) {
+    if (names == nullptr) {
+        return -1;
+    }
+    char list[VEXO_NAME_LIST_MAX + 1];
+    const size_t length = strnlen(names, VEXO_NAME_LIST_MAX);
+    std::memcpy(list, names, length);
+    list[length] = '\0';
+
+    const auto count = static_cast<int32_t>(1 + std::count(list, list + length, ','));
+    auto** items =
+        static_cast<const char**>(std::malloc(static_cast<size_t>(count) * sizeof(const char*)));
+    if (items == nullptr) {
+        report({handle, __func__}, "malloc failed");
+        return -1;
+    }
+    split(list, items);
+    const Find find_row = find_of_kind(kind);
+    for (int32_t i = 0; find_row != nullptr && i < count; ++i) {
+        results[i] = items[i] != nullptr ? find_row(handle, items[i]) : -1;
+    }
+    std::free(items);
+    return count;
+}

@@ -1,0 +1,78 @@
+#include "client/output_store.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "client/message.h"
+#include "log/racing_copy.h"
+
+namespace vexo {
+
+namespace {
+
+class Writing {
+public:
+    explicit Writing(StoreSequence& sequence)
+        : sequence_(sequence), count_(sequence.load(std::memory_order_relaxed)) {
+        sequence_.store(count_ + 1, std::memory_order_relaxed);
+    }
+    ~Writing() { sequence_.store(count_ + 2, std::memory_order_release); }
+    Writing(const Writing&) = delete;
+    Writing& operator=(const Writing&) = delete;
+
+private:
+    StoreSequence& sequence_;
+    uint32_t count_;
+};
+
+// The count once no write is under way. A write takes nanoseconds, unless the receive thread was
+// preempted in the midst of it, perhaps by this very reader: then only sleeping lets it go on.
+uint32_t settled(const StoreSequence& sequence) {
+    for (int spins = 0;; ++spins) {
+        const uint32_t count = sequence.load(std::memory_order_acquire);
+        if (count % 2 == 0) {
+            return count;
+        }
+        if (spins < 100) {
+            __builtin_ia32_pause();
+        } else {
+            const timespec nap{0, 20000};
+            nanosleep(&nap, nullptr);
+        }
+    }
+}
+
+void copy_store(const Dataspace& dataspace, uint8_t* buffer, uint32_t size) {
+    uint8_t length_word[2];
+    racing_copy(length_word, dataspace.output_store, sizeof length_word);
+    size_t length = read_u16(length_word);
+    if (size < length) {
+        length = size > 0 ? size - 1 : 0;
+    }
+    length = std::min(length, sizeof dataspace.output_store);
+    racing_copy(buffer, dataspace.output_store, length);
+}
+
+}  // namespace
+
+void show_package(Dataspace& dataspace, StoreSequence& sequence, const uint8_t* package,
+                  size_t size) {
+    const Writing writing(sequence);
+    racing_copy(dataspace.output_store, package, std::min(size, sizeof dataspace.output_store));
+}
+
+void clear_store(Dataspace& dataspace, StoreSequence& sequence) {
+    const Writing writing(sequence);
+    racing_clear(dataspace.output_store, sizeof dataspace.output_store);
+}
+
+void read_package(const Dataspace& dataspace, const StoreSequence& sequence, uint8_t* buffer,
+                  uint32_t size) {
+    uint32_t before = 0;
+    do {
+        before = settled(sequence);
+        copy_store(dataspace, buffer, size);
+    } while (sequence.load(std::memory_order_relaxed) != before);
+}
+
+}  // namespace vexo

@@ -1,0 +1,47 @@
+// One served handle, as the receive thread sees it.
+#ifndef CLIENT_RECEIVED_STREAM_H
+#define CLIENT_RECEIVED_STREAM_H
+
+#include <poll.h>
+
+#include "client/output_unpacker.h"
+#include "client/registry.h"
+
+namespace vexo {
+
+class ReceivedStream {
+public:
+    // How long the thread waits at most before it looks at the handles again.
+    static constexpr int kWaitMilliseconds = 5;
+
+    explicit ReceivedStream(uint32_t handle = 0) : handle_(handle) {}
+
+    uint32_t handle() const { return handle_; }
+
+    // One pass: takes in what `polled` says has come for a handle that streams, and says in
+    // `polled` what to wait for next.
+    void serve(const Registration& handle, pollfd& polled);
+
+private:
+    void serve_tcp(const Registration& handle, pollfd& polled);
+    void receive_packages(const Registration& handle, int socket, size_t length);
+    void serve_raw(const Registration& handle, pollfd& polled);
+    void receive_frames(const Registration& handle);
+    void take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,
+                    size_t received);
+    // After a failure the link is left alone for a while: a closed one is always ready, and must
+    // cost no more than a silent one.
+    void rest();
+    bool resting() const;
+
+    uint32_t handle_;
+    bool cleared_ = false;  // the store is zero since the stream stopped
+    int socket_ = -1;       // what unpacker_ has bytes of
+    OutputUnpacker unpacker_;
+    int last_failure_ = 0;    // reported already; 0 after a good receive
+    int64_t rest_until_ = 0;  // milliseconds of the monotonic clock
+};
+
+}  // namespace vexo
+
+#endif

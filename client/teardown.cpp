@@ -1,0 +1,49 @@
+// Ends a handle's life.
+#include "client/receive_thread.h"
+#include "client/registry.h"
+#include "client/vexo.h"
+#include "net/exchange_socket.h"
+
+using namespace vexo;
+
+namespace {
+
+bool close_connection(Caller caller, int socket, const char* failure) {
+    if (socket_close(socket) == 0) {
+        return true;
+    }
+    report(caller, "%s", failure);
+    return false;
+}
+
+// All three, whatever becomes of each. Returns 0 or -1.
+int32_t close_connections(Caller caller, const Dataspace& dataspace) {
+    const bool control =
+        close_connection(caller, dataspace.control_socket, "Failed to close control interface");
+    const bool receive =
+        close_connection(caller, dataspace.receive_socket, "Failed to close receive interface");
+    const bool io =
+        close_connection(caller, dataspace.io_socket, "Failed to close IO control interface");
+    return control && receive && io ? 0 : -1;
+}
+
+}  // namespace
+
+int32_t vexo_destroy(uint32_t handle) {
+    const Caller caller{handle, __func__};
+    record(caller, "vexo_destroy vexoHandle %d", static_cast<int>(handle));
+    const Registration found = find_or_record_null(caller);
+    if (!found) {
+        return -1;
+    }
+    // From here on the receive thread begins no pass, so that neither the descriptors nor the
+    // dataspace go away under its hands; when it goes on it meets its cancellation.
+    const ReceivePause pause;
+    const int32_t result = close_connections(caller, *found);
+    reset_all_hashes(handle);
+    shared(found->streaming).store(kNotStarted, std::memory_order_release);
+    vexo_thread_destroy();
+    unregister(handle);
+    free_dataspace(handle);
+    return result;
+}

@@ -1,0 +1,23 @@
+// The text for an error number.
+#ifndef NET_ERROR_DESCRIPTION_H
+#define NET_ERROR_DESCRIPTION_H
+
+#include <cstdio>
+#include <cstring>
+
+namespace vexo {
+
+// "<system's text> (errno: <number>)", in the object itself, so that threads do not share it.
+struct ErrorDescription {
+    char text[512];
+
+    explicit ErrorDescription(int error_number) {
+        char buffer[256];
+        std::snprintf(text, sizeof text, "%s (errno: %d)",
+                      strerror_r(error_number, buffer, sizeof buffer), error_number);
+    }
+};
+
+}  // namespace vexo
+
+#endif
