@@ -1,0 +1,96 @@
+// A client connected to a scripted controller.
+#ifndef TESTS_CLIENT_CLIENT_FIXTURE_H
+#define TESTS_CLIENT_CLIENT_FIXTURE_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "client/vexo.h"
+#include "tests/support/output_capture.h"
+#include "tests/support/process.h"
+#include "tests/support/scripted_peer.h"
+
+namespace test {
+
+// Where members of the dataspace lie.
+constexpr size_t kVersionWordOffset = 4;
+constexpr size_t kNackOffset = 8;
+constexpr size_t kOutputCountOffset = 12;
+constexpr size_t kInputCountOffset = 16;
+constexpr size_t kMethodCountOffset = 20;
+constexpr size_t kPageSizeOffset = 24;
+constexpr size_t kServoCounterOffset = 28;
+constexpr size_t kOutputsOffset = 32;
+constexpr size_t kInputsOffset = kOutputsOffset + 2000 * 108;
+constexpr size_t kMethodsOffset = kInputsOffset + 1000 * 108;
+constexpr size_t kLinkModeOffset = kMethodsOffset + 3000 * 104;
+constexpr size_t kStreamingOffset = kLinkModeOffset + 1;
+constexpr size_t kStoreOffset = kStreamingOffset + 1;
+constexpr size_t kResponseOffset = kStoreOffset + 20480;
+constexpr size_t kRequestOffset = kResponseOffset + 20480;
+constexpr size_t kOutputRecipeOffset = 697476;
+constexpr size_t kInputRecipeOffset = kOutputRecipeOffset + 2000 * 108;
+constexpr size_t kOutputLengthOffset = 1981532;
+constexpr size_t kInputLengthOffset = 1981536;
+
+inline uint32_t read_u32(const uint8_t* at) {
+    return static_cast<uint32_t>(at[0] | at[1] << 8 | at[2] << 16) | static_cast<uint32_t>(at[3])
+                                                                         << 24;
+}
+
+inline void write_u32(uint8_t* at, uint32_t value) {
+    for (int i = 0; i < 4; ++i) {
+        at[i] = static_cast<uint8_t>(value >> (8 * i));
+    }
+}
+
+// A controller whose three ports follow scripts, and a handle for it.
+struct Session {
+    explicit Session(int number = 1)
+        : address(own_loopback(number)),
+          io(address, 2295),
+          control(address, 2297),
+          receive(address, 2299) {
+        EXPECT_EQ(vexo_create_handle(&handle, address.c_str()), 0);
+    }
+
+    void connect(int64_t mode = 2) {
+        ASSERT_EQ(vexo_create(handle, address.c_str(), nullptr, mode, nullptr), 0);
+    }
+
+    // Connects and negotiates.
+    void negotiate(int64_t mode) {
+        connect(mode);
+        io.expect(bytes("0B 00 56") + Bytes{static_cast<uint8_t>(mode), 0, 0, 0, 0, 0, 0, 0},
+                  bytes("07 00 56 00 00 00 00"));
+        ASSERT_EQ(vexo_protocol_version_request(handle, mode, 0), 0);
+    }
+
+    uint8_t* dataspace() const { return get_vexo_dataspace(handle); }
+    uint32_t member(size_t offset) const { return read_u32(dataspace() + offset); }
+
+    // The log files' names for this handle; the log must be started, and is ended by this.
+    std::string log() const { return finished_log(address); }
+
+    static std::string finished_log(const std::string& key) {
+        log_cleanup();
+        std::string name = "vexo_" + key + "_log";
+        for (char& c : name) {
+            c = c == '.' ? '_' : c;
+        }
+        return read_file(name);
+    }
+
+    std::string address;
+    ScriptedPeer io;
+    ScriptedPeer control;
+    ScriptedPeer receive;
+    uint32_t handle = 0;
+};
+
+}  // namespace test
+
+#endif

@@ -1,0 +1,147 @@
+#include <unistd.h>
+
+#include "net/raw_socket.h"
+#include "tests/client/client_fixture.h"
+
+using namespace test;
+using ::testing::HasSubstr;
+
+TEST(Connection, OpensThreePortsOnTheTcpPath) {
+    Session session;
+    session.connect(2);
+    EXPECT_TRUE(wait_until([&] {
+        return session.io.connections() == 1 && session.control.connections() == 1 &&
+               session.receive.connections() == 1;
+    }));
+    EXPECT_EQ(session.dataspace()[kStreamingOffset], 0);
+}
+
+TEST(Connection, DropsTheHandleWhenAPortIsRefused) {
+    struct Case {
+        bool io;
+        bool control;
+        const char* text;
+        int left_open;
+    };
+    for (const Case c : {Case{false, false, "Failed to connect to IO control interface", 0},
+                         Case{true, false, "Failed to connect to control interface", 1},
+                         Case{true, true, "Failed to connect to receive interface", 2}}) {
+        const std::string address = own_loopback(1);
+        std::unique_ptr<ScriptedPeer> io;
+        std::unique_ptr<ScriptedPeer> control;
+        if (c.io) {
+            io = std::make_unique<ScriptedPeer>(address, 2295);
+        }
+        if (c.control) {
+            control = std::make_unique<ScriptedPeer>(address, 2297);
+        }
+        uint32_t handle = 0;
+        ASSERT_EQ(vexo_create_handle(&handle, address.c_str()), 0);
+        const int count = VexoHandleData_num;
+        const uint32_t listed = VexoHandlelist[0];
+        const size_t open_before = open_descriptors().size();
+        OutputCapture output;
+        const size_t captured = 2;  // descriptors of the capture itself
+        log_init();
+        EXPECT_EQ(vexo_create(handle, address.c_str(), nullptr, 2, nullptr), -1);
+        EXPECT_EQ(output.text(), "Connection failed - Connection refused (errno: 111)\n" +
+                                     std::string(c.text) + "\n");
+        EXPECT_EQ(VexoHandleData_num, count - 1);
+        EXPECT_EQ(VexoHandlelist[0], listed);
+        EXPECT_EQ(get_vexo_dataspace(handle), nullptr);
+        EXPECT_THAT(Session::finished_log(address), HasSubstr(" " + std::string(c.text) + "\n"));
+        const size_t accepted = (io ? 1 : 0) + (control ? 1 : 0);
+        EXPECT_TRUE(wait_until([&] {
+            return open_descriptors().size() ==
+                   open_before + captured + accepted + static_cast<size_t>(c.left_open);
+        }));
+    }
+}
+
+TEST(Connection, KeepsWhicheverHandleIsNotTheLastInTheRegistry) {
+    uint32_t first = 0;
+    uint32_t second = 0;
+    OutputCapture output;
+    ASSERT_EQ(vexo_create_handle(&first, "127.0.0.1"), 0);
+    ASSERT_EQ(vexo_create_handle(&second, "10.0.0.2"), 0);
+    EXPECT_EQ(vexo_create(first, own_loopback(9).c_str(), nullptr, 1, nullptr), -1);
+    EXPECT_EQ(check_Handle(second), 0U);
+    EXPECT_EQ(check_Handle(first), 1U);
+    EXPECT_NE(get_vexo_dataspace(first), nullptr) << "the slot keeps its pointer";
+    EXPECT_EQ(vexo_output_start(first, 0), -1) << "but its memory is gone";
+}
+
+TEST(Connection, RefusesAMalformedAddress) {
+    uint32_t handle = 0;
+    ASSERT_EQ(vexo_create_handle(&handle, "10.0.0.1"), 0);
+    OutputCapture output;
+    EXPECT_EQ(vexo_create(handle, "300.1.1.1", nullptr, 1, nullptr), -1);
+    EXPECT_THAT(output.text(), HasSubstr("Invalid address 300.1.1.1 - "));
+    EXPECT_THAT(output.text(), HasSubstr("\nFailed to connect to IO control interface\n"));
+}
+
+TEST(Connection, StopsBeforeThePortsWhenTheRawEndpointFails) {
+    Session session;
+    OutputCapture output;
+    log_init();
+    // All instances of the raw transport are taken, or the process may not have any.
+    while (socket_raw_create("lo", 2) >= 0) {
+    }
+    EXPECT_EQ(vexo_create(session.handle, session.address.c_str(), "lo", 3, nullptr), 304);
+    EXPECT_EQ(output.text(),
+              "vexo_rawsocket_create---sock_raw create error:-1\n"
+              "vexo_rawsocket_create result:304\n");
+    EXPECT_EQ(check_Handle(session.handle), 1U);
+    EXPECT_EQ(session.io.connections(), 0);
+    const std::string log = session.log();
+    EXPECT_THAT(log, HasSubstr(" vexo_rawsocket_create---sock_raw create error:-1\n"));
+    EXPECT_THAT(log, HasSubstr(" vexo_rawsocket_create result:304\n\n"));
+}
+
+TEST(Teardown, ClosesAllConnectionsAndForgetsTheHandle) {
+    Session session;
+    log_init();
+    const auto before = open_descriptors();
+    session.connect();
+    ASSERT_TRUE(wait_until([&] { return session.receive.connections() == 1; }));
+    EXPECT_EQ(vexo_destroy(session.handle), 0);
+    EXPECT_EQ(check_Handle(session.handle), 0U);
+    EXPECT_EQ(VexoHandlelist[0], 0U);
+    EXPECT_EQ(VexoHandlelist[1], 0U);
+    EXPECT_EQ(VexoHandleData_num, 0);
+    EXPECT_EQ(vexo_destroy(session.handle), -1);
+    EXPECT_TRUE(wait_until([&] { return open_descriptors() == before; }));
+    EXPECT_THAT(session.log(),
+                HasSubstr(" vexo_destroy vexoHandle " + std::to_string(session.handle) + "\n"));
+}
+
+TEST(Teardown, CompletesWhenACloseFails) {
+    Session session;
+    OutputCapture output;
+    session.connect();
+    uint8_t* sockets = session.dataspace() + 1021476;
+    const uint32_t real[3] = {read_u32(sockets), read_u32(sockets + 4), read_u32(sockets + 8)};
+    for (int i = 0; i < 3; ++i) {
+        write_u32(sockets + 4 * i, static_cast<uint32_t>(-1));
+    }
+    EXPECT_EQ(vexo_destroy(session.handle), -1);
+    EXPECT_EQ(output.text(),
+              "Failed to close control interface\nFailed to close receive interface\n"
+              "Failed to close IO control interface\n");
+    EXPECT_EQ(check_Handle(session.handle), 0U);
+    for (const uint32_t fd : real) {
+        close(static_cast<int>(fd));
+    }
+}
+
+TEST(Teardown, OfTheFirstOfTwoTakesTheSecondOutOfTheLookups) {
+    Session a(1);
+    Session b(2);
+    a.connect();
+    b.connect();
+    EXPECT_EQ(vexo_destroy(a.handle), 0);
+    EXPECT_EQ(check_Handle(a.handle), 1U);
+    EXPECT_EQ(check_Handle(b.handle), 0U);
+    EXPECT_EQ(vexo_destroy(a.handle), -1) << "what was freed is not touched again";
+    EXPECT_EQ(cvexo_resterror(a.handle, 0), -1);
+}

@@ -1,0 +1,156 @@
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "tests/client/client_fixture.h"
+
+using namespace test;
+using ::testing::HasSubstr;
+
+TEST(Registry, MakesTenHandlesAndRefusesTheEleventh) {
+    log_init();
+    OutputCapture output;
+    uint32_t handles[11] = {};
+    for (int i = 0; i < 10; ++i) {
+        const std::string ip = "10.0.0." + std::to_string(i);
+        ASSERT_EQ(vexo_create_handle(&handles[i], ip.c_str()), 0);
+        EXPECT_EQ(VexoHandlelist[1 + i], handles[i]);
+        EXPECT_EQ(VexoHandleData[i].handle, handles[i]);
+        EXPECT_EQ(VexoHandleData[i].ip, ip);
+        EXPECT_EQ(VexoHandleData[i].index, i);
+        EXPECT_EQ(VexoHandleData[i].dataspace, get_vexo_dataspace(handles[i]));
+        EXPECT_EQ(std::count(handles, handles + i, handles[i]), 0) << "a number is taken twice";
+    }
+    EXPECT_EQ(VexoHandlelist[0], 10U);
+    EXPECT_EQ(VexoHandleData_num, 10);
+    EXPECT_EQ(vexo_create_handle(&handles[10], "10.0.0.10"), -1);
+    EXPECT_THAT(output.text(), HasSubstr("VexoHandleData_num is full\n"));
+    EXPECT_THAT(Session::finished_log("sys_log"), HasSubstr(" VexoHandleData_num is full\n"));
+}
+
+TEST(Registry, GivesEqualAddressesDifferentNumbersWhenTheClockHasMovedOn) {
+    OutputCapture output;
+    uint32_t first = 0;
+    uint32_t second = 0;
+    int collisions = 0;
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(vexo_create_handle(&first, "0.0.0.0"), 0);
+        ASSERT_EQ(vexo_create_handle(&second, "0.0.0.0"), 0);
+        EXPECT_NE(first, second);
+        collisions += output.text().find("VexoHandle Requesting...\n") != std::string::npos;
+    }
+    EXPECT_GT(collisions, 0);
+}
+
+TEST(Registry, LogsANewHandleUnderItAndInTheGeneralLog) {
+    log_init();
+    uint32_t handle = 0;
+    ASSERT_EQ(vexo_create_handle(&handle, "10.0.0.1"), 0);
+    const std::string text = " \nip:10.0.0.1,VexoHandle:" + std::to_string(handle) + "\n";
+    EXPECT_THAT(Session::finished_log("10.0.0.1"), HasSubstr(text));
+    EXPECT_THAT(read_file("vexo_sys_log_log"), HasSubstr(text));
+}
+
+TEST(Registry, StartsWithAZeroedDataspaceThatHoldsNumberAndAddress) {
+    uint32_t handle = 0;
+    ASSERT_EQ(vexo_create_handle(&handle, "192.168.100.200"), 0);
+    const uint8_t* block = get_vexo_dataspace(handle);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(read_u32(block), handle);
+    constexpr size_t kIp = VEXO_DATASPACE_SIZE - 32 - 64;
+    EXPECT_STREQ(reinterpret_cast<const char*>(block + kIp), "192.168.100.200");
+    EXPECT_TRUE(std::all_of(block + 4, block + kIp, [](uint8_t byte) { return byte == 0; }));
+}
+
+TEST(Registry, SumsDigits) {
+    struct {
+        int32_t value;
+        uint32_t multiplier;
+        int32_t sum;
+    } const cases[] = {{0, 5, 0}, {-12, 3, 0}, {7, 1, 7}, {127, 10, 100}, {2147483647, 2, 92}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(sum_digits(c.value, c.multiplier), c.sum) << c.value;
+    }
+}
+
+TEST(Registry, MakesNumbersFromClockAndAddress) {
+    // Two numbers made in the same millisecond differ by the address alone: a multiple of the
+    // address's digit sum with a factor of 1 to 10, the same for both.
+    for (int tries = 0; tries < 1000; ++tries) {
+        const uint32_t plain = get_time_multiply_sum(nullptr);
+        const uint32_t nine = get_time_multiply_sum("9.0.0.0");
+        const uint32_t again = get_time_multiply_sum(nullptr);
+        if (plain == again) {
+            EXPECT_EQ((nine - plain) % 9, 0U);
+            EXPECT_LE(nine - plain, 90U);
+            EXPECT_GE(nine - plain, 9U);
+            return;
+        }
+    }
+    FAIL() << "no three numbers came from one millisecond";
+}
+
+TEST(Registry, ReportsAnAddressThatIsNotFourNumbers) {
+    OutputCapture output;
+    log_init();
+    uint32_t handle = 0;
+    EXPECT_EQ(vexo_create_handle(&handle, "abc"), 0);
+    EXPECT_EQ(output.text(), "Invalid IP address format\n");
+    EXPECT_THAT(Session::finished_log("sys_log"),
+                HasSubstr("Function:get_time_multiply_sum Handle:0"));
+}
+
+TEST(Registry, LooksUpHandlesAndReportsHandleZero) {
+    OutputCapture output;
+    log_init();
+    uint32_t handle = 0;
+    ASSERT_EQ(vexo_create_handle(&handle, "10.0.0.1"), 0);
+    EXPECT_EQ(check_Handle(handle), 1U);
+    EXPECT_EQ(check_Handle(handle + 10000), 0U);
+    EXPECT_EQ(get_vexo_dataspace(handle + 10000), nullptr);
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(get_vexo_dataspace(0), nullptr);
+    EXPECT_EQ(output.text(), "VexoHandle is null\n");
+    EXPECT_THAT(Session::finished_log("sys_log"), HasSubstr(" VexoHandle is null\n"));
+}
+
+TEST(Registry, TellsItsVersionWithoutATerminator) {
+    log_init();
+    uint8_t buffer[6] = {9, 9, 9, 9, 9, 9};
+    EXPECT_EQ(vexo_get_SDK_Version(nullptr), -1);
+    EXPECT_EQ(vexo_get_SDK_Version(buffer), 0);
+    EXPECT_EQ(std::memcmp(buffer, "1.1.8\x09", 6), 0);
+    EXPECT_STREQ(VEXO_SDK_Version, "1.1.8");
+    EXPECT_THAT(Session::finished_log("sys_log"), HasSubstr(" VEXO_SDK_Version: 1.1.8\n"));
+}
+
+TEST(Registry, CutsAnAddressTextToItsFields) {
+    const std::string text(100, '1');
+    uint32_t handle = 0;
+    OutputCapture output;
+    ASSERT_EQ(vexo_create_handle(&handle, text.c_str()), 0);
+    EXPECT_EQ(std::string(VexoHandleData[0].ip, 20), text.substr(0, 20));
+    EXPECT_EQ(VexoHandleData[0].index, 0);
+    const char* ip = reinterpret_cast<char*>(get_vexo_dataspace(handle)) + 1981552;
+    EXPECT_STREQ(ip, text.substr(0, 63).c_str());
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Registry, KeepsTheListEntryWhenThereIsNoMemory) {
+    OutputCapture output;
+    const rlimit none{1 << 20, RLIM_INFINITY};
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    setrlimit(RLIMIT_AS, &none);
+    uint32_t handle = 0;
+    const int32_t result = vexo_create_handle(&handle, "10.0.0.1");
+    setrlimit(RLIMIT_AS, &before);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(handle, 0U);
+    EXPECT_NE(VexoHandlelist[1], 0U);
+    EXPECT_EQ(VexoHandlelist[0], 0U);
+    EXPECT_EQ(VexoHandleData_num, 0);
+    EXPECT_EQ(output.text(), "malloc failed\n");
+}
+#endif
