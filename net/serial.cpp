@@ -1,0 +1,202 @@
+#include "net/serial.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "net/out.h"
+#include "net/select_set.h"
+#include "net/serial_line.h"
+
+namespace {
+
+enum class Kind : uint8_t { mailbox = 0, device = 1 };
+enum class Transmit : uint8_t { idle = 0, waiting = 1, taken = 2 };
+
+constexpr int free_row = -1;
+constexpr uint8_t receiving = 3;
+
+struct Channel {
+    int32_t fd;  // free_row, a device's descriptor, or the own number of a mailbox
+    Kind kind;
+
+    // Only mailboxes use what follows.
+    bool receive_ready;     // the pump has handed in data that may be read
+    uint8_t receive_state;  // `receiving` once the mailbox is set up; tells a debugger only
+    Transmit transmit_state;
+    uint16_t receive_count;
+    uint16_t transmit_count;
+    uint8_t receive_buffer[TTY_BLOCK_SIZE];
+    uint8_t transmit_buffer[TTY_BLOCK_SIZE];
+};
+
+bool ttyInstsinit;
+Channel ttyInsts[5];
+
+Channel* find_channel(int number) {
+    const bool exists = number >= 0 && number < static_cast<int>(std::size(ttyInsts));
+    return exists ? &ttyInsts[number] : nullptr;
+}
+
+// The first row that is free; the end of the table when none is.
+Channel* lowest_free_channel() {
+    return std::ranges::find(ttyInsts, free_row, &Channel::fd);
+}
+
+void free_all_channels_once() {
+    if (!ttyInstsinit) {
+        for (Channel& channel : ttyInsts) {
+            channel.fd = free_row;
+        }
+        ttyInstsinit = true;
+    }
+}
+
+void tty_start_receive(Channel& channel) {
+    channel.receive_ready = false;
+    channel.receive_state = receiving;
+}
+
+void make_mailbox(Channel& channel, int number) {
+    tty_start_receive(channel);
+    channel.kind = Kind::mailbox;
+    channel.receive_count = 0;
+    channel.transmit_count = 0;
+    channel.transmit_state = Transmit::idle;
+    channel.fd = number;
+}
+
+long put_block(Channel& mailbox, const void* data, unsigned int length) {
+    if (length > 0) {
+        std::memcpy(mailbox.transmit_buffer, data, length);
+    }
+    mailbox.transmit_count = static_cast<uint16_t>(length);
+    mailbox.receive_ready = false;
+    mailbox.transmit_state = Transmit::waiting;
+    return length;
+}
+
+long take_received(Channel& mailbox, void* buffer, size_t capacity) {
+    if (!mailbox.receive_ready) {
+        return 0;
+    }
+    const size_t count = std::min<size_t>(capacity, mailbox.receive_count);
+    if (count > 0) {
+        std::memcpy(buffer, mailbox.receive_buffer, count);
+    }
+    mailbox.receive_count = static_cast<uint16_t>(mailbox.receive_count - count);
+    std::memmove(mailbox.receive_buffer, mailbox.receive_buffer + count, mailbox.receive_count);
+    mailbox.receive_ready = mailbox.receive_count > 0;
+    return static_cast<long>(count);
+}
+
+int drop_received(Channel& mailbox) {
+    const int dropped = mailbox.receive_count;
+    mailbox.receive_count = 0;
+    tty_start_receive(mailbox);
+    return dropped;
+}
+
+}  // namespace
+
+int tty_connect(const char* device, unsigned int baud, unsigned int data_bits, int stop_bits,
+                int parity, int* channel, termios* saved) {
+    vexo::store(channel, -1);
+    free_all_channels_once();
+    Channel* const chosen = lowest_free_channel();
+    if (chosen == std::end(ttyInsts)) {
+        return -1;
+    }
+    const int number = static_cast<int>(chosen - ttyInsts);
+    if (device == nullptr || *device == '\0') {
+        make_mailbox(*chosen, number);
+    } else {
+        chosen->kind = Kind::device;
+        if (vexo::tty_local_connect(device, baud, static_cast<uint8_t>(data_bits),
+                                    static_cast<uint8_t>(stop_bits), static_cast<int8_t>(parity),
+                                    &chosen->fd, saved) != 0) {
+            return -1;
+        }
+    }
+    vexo::store(channel, number);
+    return 0;
+}
+
+int tty_getinstfd(int channel) {
+    const Channel* found = find_channel(channel);
+    return found == nullptr ? -1 : found->fd;
+}
+
+long tty_send(int channel, const void* data, unsigned int length) {
+    Channel* found = find_channel(channel);
+    if (found == nullptr || length > TTY_BLOCK_SIZE) {
+        return 0;
+    }
+    if (found->kind == Kind::device) {
+        return write(found->fd, data, length);
+    }
+    return data == nullptr && length > 0 ? 0 : put_block(*found, data, length);
+}
+
+long tty_recv(int channel, void* buffer, int capacity) {
+    Channel* found = find_channel(channel);
+    if (found == nullptr) {
+        return 0;
+    }
+    const size_t room = buffer == nullptr || capacity < 0 ? 0 : static_cast<size_t>(capacity);
+    return found->kind == Kind::device ? read(found->fd, buffer, room)
+                                       : take_received(*found, buffer, room);
+}
+
+int tty_select(int channel, timeval* limit) {
+    const Channel* found = find_channel(channel);
+    if (found == nullptr) {
+        return 0;
+    }
+    return found->kind == Kind::device ? vexo::wait_readable(found->fd, limit)
+                                       : static_cast<int>(found->receive_ready);
+}
+
+int tty_flush(int channel) {
+    Channel* found = find_channel(channel);
+    if (found == nullptr) {
+        return 0;
+    }
+    return found->kind == Kind::device ? tcflush(found->fd, TCIOFLUSH) : drop_received(*found);
+}
+
+int tty_pop_data(int channel, const uint8_t* data, unsigned int length, int flags, int) {
+    Channel* found = find_channel(channel);
+    if (found == nullptr || found->kind == Kind::device || (data == nullptr && length > 0)) {
+        return 0;
+    }
+    if ((flags & TTY_ACKNOWLEDGE) != 0) {
+        found->transmit_state = Transmit::idle;
+    }
+    const auto count = static_cast<uint16_t>(std::min<unsigned int>(length, TTY_BLOCK_SIZE));
+    if (count > 0) {
+        std::memcpy(found->receive_buffer, data, count);
+    }
+    found->receive_count = count;
+    found->receive_ready = count > 0;
+    return count;
+}
+
+int tty_push_data(int* channel, uint8_t* data, uint32_t* length) {
+    Channel* const first_free = lowest_free_channel();
+    Channel* const sender = std::find_if(ttyInsts, first_free, [](const Channel& candidate) {
+        return candidate.transmit_state == Transmit::waiting;
+    });
+    if (sender == first_free) {
+        return -1;
+    }
+    vexo::store(channel, static_cast<int>(sender - ttyInsts));
+    vexo::store(length, sender->transmit_count);
+    if (data != nullptr) {
+        std::memcpy(data, sender->transmit_buffer, sender->transmit_count);
+    }
+    sender->transmit_state = Transmit::taken;
+    return 0;
+}
