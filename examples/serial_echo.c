@@ -7,11 +7,11 @@
 
 #include "net/serial.h"
 
-static volatile sig_atomic_t stopped;
-
-static void stop(int signal_number) {
-    (void)signal_number;
-    stopped = 1;
+/* Ctrl-C is held back by main and looked for between two waits, so that it cuts no echo short. */
+static int stop_requested(void) {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGINT);
 }
 
 /* Waits for bytes and sends them back. Returns how many there were; 0 when none came within a
@@ -42,15 +42,16 @@ int main(int argc, char** argv) {
         perror(argv[1]);
         return 1;
     }
-    signal(SIGINT, stop);
-    signal(SIGTERM, stop);
+    sigset_t held_back;
+    sigemptyset(&held_back);
+    sigaddset(&held_back, SIGINT);
+    sigprocmask(SIG_BLOCK, &held_back, NULL);
     printf("Echoing on %s (channel %d)\n", argv[1], channel);
     fflush(stdout);
 
-    /* A signal does not end tty_select, so the flag is seen after a second at the latest. */
     long total = 0;
     long echoed = 0;
-    while (!stopped && (echoed = echo_once(channel)) >= 0) {
+    while (!stop_requested() && (echoed = echo_once(channel)) >= 0) {
         total += echoed;
     }
     tcsetattr(tty_getinstfd(channel), TCSANOW, &saved);
