@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 
 #include "log/report.h"
 #include "net/error_description.h"
+#include "net/select_set.h"
 
 namespace vexo {
 
@@ -32,18 +32,12 @@ void close_keeping_errno(int fd) {
 
 enum class Direction { read, write };
 
-// select() for one descriptor; a null limit waits without one.
+// A null limit waits without one.
 int wait_ready(int fd, Direction direction, timeval* limit) {
-    if (fd < 0 || fd >= FD_SETSIZE) {
-        errno = EBADF;
-        return -1;
-    }
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    fd_set* read = direction == Direction::read ? &set : nullptr;
-    fd_set* write = direction == Direction::write ? &set : nullptr;
-    return select(fd + 1, read, write, nullptr, limit);
+    SelectSet set;
+    const bool watched =
+        direction == Direction::read ? set.watch_reading(fd) : set.watch_writing(fd);
+    return watched ? set.wait(limit) : -1;
 }
 
 // Connects `fd`; on failure reports why and returns false.

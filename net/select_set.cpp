@@ -31,6 +31,10 @@ bool SelectSet::watch(int fd, fd_set& set) {
 }
 
 int SelectSet::wait(timeval* limit) {
+    if (limit != nullptr && limit->tv_usec >= 1'000'000) {
+        errno = EINVAL;
+        return -1;
+    }
     readable_ = watched_for_reading_;
     writable_ = watched_for_writing_;
     return select(highest_ + 1, &readable_, &writable_, nullptr, limit);

@@ -16,7 +16,8 @@ public:
     [[nodiscard]] bool watch_reading(int fd);
     [[nodiscard]] bool watch_writing(int fd);
 
-    // One select call. It leaves in `limit` (null: none) what remains of the time. Returns the
+    // One select call. It leaves in `limit` (null: none) what remains of the time. A million
+    // microseconds and more, which some systems accept and others do not, are refused. Returns the
     // number of ready descriptors, one that is readable and writable counted twice; 0 when the
     // time is over; or -1.
     int wait(timeval* limit);

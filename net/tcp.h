@@ -60,7 +60,8 @@ VEXO_API int socket_tcp_accept(int listening_fd);
  * listener count. `limit` (null: no limit) goes to select(2) as it is, which leaves in it what
  * remains of the time. A signal handler does not end the wait. `unused` has no meaning.
  * Returns 1 when readable, 0 when the time is over, -1 on an error: EBADF for a descriptor that is
- * negative, FD_SETSIZE (1024) or above, or not open; EINVAL for a limit that select refuses. */
+ * negative, FD_SETSIZE (1024) or above, or not open; EINVAL for a negative limit or a microsecond
+ * field of 1,000,000 and more. */
 VEXO_API int socket_tcp_select(int fd, struct timeval* limit, int unused);
 
 /* Discards received bytes, at most 1400 a call, without waiting: call it until it returns -1.

@@ -110,9 +110,9 @@ TEST(Teardown, ClosesAllConnectionsAndForgetsTheHandle) {
     EXPECT_EQ(VexoHandlelist[1], 0U);
     EXPECT_EQ(VexoHandleData_num, 0);
     EXPECT_EQ(vexo_destroy(session.handle), -1);
-    EXPECT_TRUE(wait_until([&] { return open_descriptors() == before; }));
     EXPECT_THAT(session.log(),
                 HasSubstr(" vexo_destroy vexoHandle " + std::to_string(session.handle) + "\n"));
+    EXPECT_TRUE(wait_until([&] { return open_descriptors() == before; }));
 }
 
 TEST(Teardown, CompletesWhenACloseFails) {

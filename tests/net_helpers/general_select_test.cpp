@@ -71,6 +71,9 @@ TEST(GeneralSelect, RefusesAMillionMicroseconds) {
         EXPECT_EQ(sys_generic_select_multiread(&link.client, 1, timeout, &events), -1) << timeout;
         EXPECT_EQ(errno, EINVAL) << timeout;
     }
+    timeval limit{0, 1'000'000};
+    EXPECT_EQ(socket_tcp_select(link.client, &limit, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
 }
 
 TEST(GeneralSelect, RefusesDescriptorsOutsideTheSet) {
