@@ -121,7 +121,8 @@ void decode_entry(MessageReader& entries, const PageLayout& layout, uint8_t* row
     const size_t kept = entries.bytes(name, layout.name_size - 1, name_length);
     row[0] = static_cast<uint8_t>(kept);
     name[kept] = 0;
-    entries.bytes(row + layout.id_offset, layout.id_width, layout.id_width);
+    const uint32_t id = layout.id_width == sizeof(uint32_t) ? entries.u32() : entries.u16();
+    std::memcpy(row + layout.id_offset, &id, layout.id_width);
     if (layout.has_type) {
         row[layout.id_offset + layout.id_width] = entries.u8();
     }

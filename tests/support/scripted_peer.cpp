@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -41,7 +42,7 @@ Bytes operator+(Bytes left, const Bytes& right) {
 }
 
 ScriptedPeer::ScriptedPeer(const std::string& address, uint16_t port)
-    : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), wake_{-1, -1} {
+    : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), changed_(eventfd(0, EFD_CLOEXEC)) {
     const int on = 1;
     setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in local{};
@@ -49,16 +50,20 @@ ScriptedPeer::ScriptedPeer(const std::string& address, uint16_t port)
     local.sin_port = htons(port);
     inet_pton(AF_INET, address.c_str(), &local.sin_addr);
     if (bind(listener_, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0 ||
-        listen(listener_, 4) != 0 || pipe(wake_) != 0) {
+        listen(listener_, 4) != 0) {
         ADD_FAILURE() << "no peer on " << address << ':' << port << ": " << std::strerror(errno);
     }
     thread_ = std::thread([this] { run(); });
 }
 
 ScriptedPeer::~ScriptedPeer() {
-    close(wake_[1]);
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    eventfd_write(changed_, 1);
     thread_.join();
-    close(wake_[0]);
+    close(changed_);
     close(listener_);
     EXPECT_TRUE(steps_.empty()) << steps_.size() << " steps of the script were not used, first: "
                                 << hex(steps_.front().request);
@@ -75,8 +80,11 @@ void ScriptedPeer::expect(const Bytes& request, const Bytes& reply, After after)
 }
 
 void ScriptedPeer::expect(Step step) {
-    const std::lock_guard lock(mutex_);
-    steps_.push_back(std::move(step));
+    {
+        const std::lock_guard lock(mutex_);
+        steps_.push_back(std::move(step));
+    }
+    eventfd_write(changed_, 1);
 }
 
 bool ScriptedPeer::done(std::chrono::milliseconds limit) {
@@ -93,12 +101,25 @@ int ScriptedPeer::connections() const {
     return connections_;
 }
 
+bool ScriptedPeer::stopping() {
+    const std::lock_guard lock(mutex_);
+    return stopping_;
+}
+
+bool ScriptedPeer::wait(int descriptor) {
+    pollfd ready[2] = {{descriptor, POLLIN, 0}, {changed_, POLLIN, 0}};
+    poll(ready, 2, -1);
+    if (ready[1].revents != 0) {
+        eventfd_t count = 0;
+        eventfd_read(changed_, &count);
+    }
+    return ready[0].revents != 0;
+}
+
 void ScriptedPeer::run() {
-    for (;;) {
-        pollfd ready[2] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        poll(ready, 2, -1);
-        if (ready[1].revents != 0) {
-            return;
+    while (!stopping()) {
+        if (!wait(listener_)) {
+            continue;
         }
         const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         {
@@ -123,7 +144,7 @@ bool ScriptedPeer::next(Step& step) {
 void ScriptedPeer::serve(int connection) {
     const int on = 1;
     setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    for (;;) {
+    while (!stopping()) {
         Step step;
         while (next(step)) {
             if (!play(connection, step)) {
@@ -132,24 +153,25 @@ void ScriptedPeer::serve(int connection) {
                 return;
             }
         }
-        // Out of steps: whatever comes now is left over; steps may be added meanwhile.
-        pollfd ready[2] = {{connection, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        poll(ready, 2, 1);
-        if (ready[1].revents != 0) {
+        if (wait(connection) && !quiet(connection)) {
             return;
         }
-        const std::lock_guard lock(mutex_);
-        if (ready[0].revents != 0 && steps_.empty()) {
-            uint8_t rest[256];
-            const ssize_t got = recv(connection, rest, sizeof rest, MSG_DONTWAIT);
-            if (got > 0) {
-                ADD_FAILURE() << "left over: " << hex(Bytes(rest, rest + got));
-            }
-            if (got >= 0 || errno != EAGAIN) {
-                return;
-            }
-        }
     }
+}
+
+// Out of steps, whatever comes is left over, unless a step has been added meanwhile. Returns
+// whether the connection can go on.
+bool ScriptedPeer::quiet(int connection) {
+    const std::lock_guard lock(mutex_);
+    if (!steps_.empty()) {
+        return true;
+    }
+    uint8_t rest[256];
+    const ssize_t got = recv(connection, rest, sizeof rest, MSG_DONTWAIT);
+    if (got > 0) {
+        ADD_FAILURE() << "left over: " << hex(Bytes(rest, rest + got));
+    }
+    return got < 0 && errno == EAGAIN;
 }
 
 bool ScriptedPeer::play(int connection, const Step& step) {
@@ -173,10 +195,11 @@ bool ScriptedPeer::play(int connection, const Step& step) {
 
 bool ScriptedPeer::receive(int connection, size_t count, Bytes& into) {
     while (into.size() < count) {
-        pollfd ready[2] = {{connection, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        poll(ready, 2, -1);
-        if (ready[0].revents == 0) {
-            return false;
+        if (!wait(connection)) {
+            if (stopping()) {
+                return false;
+            }
+            continue;
         }
         uint8_t chunk[4096];
         const size_t wanted = std::min(sizeof chunk, count - into.size());

@@ -50,14 +50,19 @@ private:
     void run();
     void serve(int connection);
     bool play(int connection, const Step& step);
+    bool quiet(int connection);
     bool receive(int connection, size_t count, Bytes& into);
     bool next(Step& step);
+    bool stopping();
+    // Waits for `descriptor`, a further step or the end. Returns whether the descriptor is ready.
+    bool wait(int descriptor);
 
     int listener_;
-    int wake_[2];
+    int changed_;  // an eventfd, raised by each further step and by the end
     mutable std::mutex mutex_;
     std::deque<Step> steps_;
     bool playing_ = false;
+    bool stopping_ = false;
     int connections_ = 0;
     std::thread thread_;
 };

@@ -1,0 +1,171 @@
+#include <cstring>
+
+#include "tests/client/client_fixture.h"
+
+using namespace test;
+using ::testing::HasSubstr;
+
+namespace {
+
+const double kVector[6] = {1, 1, 1, 1, 1, 1};
+const double kValues[] = {-2, -2, -2};
+const char* const kOne = "00 00 00 00 00 00 F0 3F";
+const char* const kMinusTwo = "00 00 00 00 00 00 00 C0";
+const Bytes kAccepted = bytes("07 00 6D 00 00 00 00");
+
+Bytes repeat(const std::string& hex, int times) {
+    Bytes all;
+    for (int i = 0; i < times; ++i) {
+        all = all + bytes(hex);
+    }
+    return all;
+}
+
+struct ServoSession : Session {
+    explicit ServoSession(uint32_t version) {
+        connect();
+        write_u32(dataspace() + kVersionWordOffset, version);
+        write_u32(dataspace() + kMethodsOffset + 104 + 100, 0x0201);
+        log_init();
+    }
+
+    // Expects the message behind its length word, for the next sequence number.
+    void expect(const Bytes& message) {
+        const size_t length = message.size() + 2;
+        control.expect(
+            Bytes{static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)} + message,
+            kAccepted);
+    }
+
+    int32_t servo(uint8_t flag, const double* vector, uint8_t count) const {
+        return cvexo_servoj(handle, 1, 0.5, flag, vector, count, kValues);
+    }
+};
+
+// From the type letter to the flag byte.
+Bytes head(const char* arguments, const char* sequence, const char* flag) {
+    return bytes("6D 01 02") + bytes(arguments) + bytes("0B 00 00 00 00 00 00 E0 3F 04") +
+           bytes(sequence) + bytes("02") + bytes(flag);
+}
+
+const Bytes kVectorArgument = bytes("0D") + repeat(kOne, 6);
+
+}  // namespace
+
+TEST(Servo, SendsFormOneWithTheVectorWheneverThereIsOne) {
+    ServoSession s(1);
+    const std::string value = std::string("0B ") + kMinusTwo + " ";
+    s.expect(head("07", "01 00 00 00", "09") + bytes("02 03") + repeat(value, 3));
+    EXPECT_EQ(s.servo(9, nullptr, 3), 0);
+    s.expect(head("07", "02 00 00 00", "00") + kVectorArgument + bytes("02 02") + repeat(value, 2));
+    EXPECT_EQ(s.servo(0, kVector, 2), 0);
+    s.expect(head("04", "03 00 00 00", "01") + bytes("02 00"));
+    EXPECT_EQ(cvexo_servoj(s.handle, 1, 0.5, 1, nullptr, 0, nullptr), 0);
+}
+
+TEST(Servo, SendsFormTwoWithTheVectorOnlyWithTheFlag) {
+    ServoSession s(2);
+    s.expect(head("05", "01 00 00 00", "00") + bytes("13 01 03 0B") + repeat(kMinusTwo, 3));
+    EXPECT_EQ(s.servo(0, kVector, 3), 0);
+    s.expect(head("06", "02 00 00 00", "01") + kVectorArgument + bytes("13 01 01 0B") +
+             bytes(kMinusTwo));
+    EXPECT_EQ(s.servo(1, kVector, 1), 0);
+    s.expect(head("05", "03 00 00 00", "01") + bytes("13 01 01 0B") + bytes(kMinusTwo));
+    EXPECT_EQ(s.servo(1, nullptr, 1), 0);
+}
+
+TEST(Servo, SendsWhatTheBufferHoldsInPlaceOfAMissingValue) {
+    ServoSession s(2);
+    s.expect(head("05", "01 00 00 00", "00") + bytes("13 01 01 0B") + bytes(kMinusTwo));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 0);
+    s.expect(head("05", "02 00 00 00", "00") + bytes("13 01 00 0B") + bytes(kMinusTwo));
+    EXPECT_EQ(cvexo_servoj(s.handle, 1, 0.5, 0, nullptr, 0, nullptr), 0);
+}
+
+TEST(Servo, SendsTheMostValues) {
+    ServoSession s(1);
+    const std::vector<double> values(255, 1.0);
+    const std::string value = std::string("0B ") + kOne + " ";
+    s.expect(head("04", "01 00 00 00", "01") + kVectorArgument + bytes("02 FF") +
+             repeat(value, 255));  // 5 + 255 arguments in one byte
+    EXPECT_EQ(cvexo_servoj(s.handle, 1, 0.5, 1, kVector, 255, values.data()), 0);
+}
+
+TEST(Servo, CountsToAHundredThousandAndStartsAgainAtOne) {
+    ServoSession s(2);
+    write_u32(s.dataspace() + kServoCounterOffset, 99999);
+    s.expect(head("05", "A0 86 01 00", "00") + bytes("13 01 01 0B") + bytes(kMinusTwo));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 0);
+    s.expect(head("05", "01 00 00 00", "00") + bytes("13 01 01 0B") + bytes(kMinusTwo));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 0);
+}
+
+TEST(Servo, TakesALateAcknowledgementForNoError) {
+    ServoSession s(2);
+    OutputCapture output;
+    s.control.expect(
+        bytes("22 00") + head("05", "01 00 00 00", "00") + bytes("13 01 01 0B") + bytes(kMinusTwo),
+        {});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(s.servo(0, nullptr, 1), 0);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::microseconds(5000));
+    EXPECT_LT(took, std::chrono::seconds(1));
+    EXPECT_EQ(output.text(), "cvexo_servoj recv error: -2\n");
+    EXPECT_THAT(s.log(), ::testing::Not(HasSubstr("cvexo_servoj")));
+}
+
+TEST(Servo, TakesAClosedConnectionForALostAcknowledgement) {
+    ServoSession s(2);
+    OutputCapture output;
+    s.control.expect({}, {}, ScriptedPeer::After::close);
+    ASSERT_TRUE(s.control.done());
+    s.servo(0, nullptr, 1);
+    EXPECT_THAT(output.text(), HasSubstr("cvexo_servoj recv error: "));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 302) << "then the set-point itself cannot be sent";
+    EXPECT_THAT(output.text(), HasSubstr("\ncvexo_servoj send error: -1\n"));
+    EXPECT_EQ(s.member(kServoCounterOffset), 2U) << "the number is used all the same";
+    EXPECT_THAT(s.log(), HasSubstr(" cvexo_servoj send error: -1\n"));
+}
+
+TEST(Servo, NeedsARawEndpointForAnyOtherVersion) {
+    for (const uint32_t version : {0U, 3U, 0x10003U, 0x30003U}) {
+        ServoSession s(version);
+        OutputCapture output;
+        EXPECT_EQ(s.servo(0, nullptr, 1), 302) << version;
+        EXPECT_EQ(output.text(), "cvexo_servoj socket_raw_applysendbuf error -100\n");
+        EXPECT_EQ(s.member(kServoCounterOffset), 0U) << "no number is used";
+        EXPECT_THAT(s.log(), HasSubstr(" cvexo_servoj socket_raw_applysendbuf error -100\n"));
+        EXPECT_EQ(vexo_destroy(s.handle), 0);
+    }
+}
+
+TEST(Servo, IgnoresTheStatusInNackMode) {
+    ServoSession s(2);
+    OutputCapture output;
+    write_u32(s.dataspace() + kNackOffset, 1);
+    s.control.expect(
+        bytes("22 00") + head("05", "01 00 00 00", "00") + bytes("13 01 01 0B") + bytes(kMinusTwo),
+        bytes("07 00 6D 08 00 00 00"));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 0);
+    EXPECT_EQ(output.text(), "");
+    write_u32(s.dataspace() + kNackOffset, 0);
+    s.control.expect(
+        bytes("22 00") + head("05", "02 00 00 00", "00") + bytes("13 01 01 0B") + bytes(kMinusTwo),
+        bytes("07 00 6D 08 00 00 00"));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 8);
+    EXPECT_EQ(output.text(), "cvexo_servoj Error: 8\n");
+    EXPECT_THAT(s.log(), HasSubstr(" cvexo_servoj Error: 8\n"));
+}
+
+TEST(Servo, RefusesAnUnknownHandleAndUnlocks) {
+    OutputCapture output;
+    log_init();
+    EXPECT_EQ(cvexo_servoj(12345, 0, 0, 0, nullptr, 0, nullptr), -1);
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(cvexo_servoj(0, 0, 0, 0, nullptr, 0, nullptr), -1);
+    EXPECT_THAT(Session::finished_log("sys_log"),
+                HasSubstr(" cvexo_servoj Error: vexoHandle is NULL\n"));
+    ASSERT_EQ(pthread_mutex_trylock(&base_servoj_mutex), 0);
+    pthread_mutex_unlock(&base_servoj_mutex);
+}

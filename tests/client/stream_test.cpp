@@ -1,0 +1,313 @@
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "tests/client/client_fixture.h"
+
+using namespace test;
+using std::chrono::milliseconds;
+using ::testing::HasSubstr;
+
+namespace {
+
+const Bytes kAccepted = bytes("07 00 53 00 00 00 00");
+
+// A package with its length word, 'U', recipe id 1, and `size` - 4 bytes of `fill`.
+Bytes package(uint16_t size, uint8_t fill) {
+    return Bytes{static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8), 'U', 1} +
+           Bytes(size - 4U, fill);
+}
+
+// A session with a recipe of `length` bytes a package.
+struct StreamSession : Session {
+    explicit StreamSession(uint32_t length = 40, int number = 1) : Session(number) {
+        negotiate(2);
+        write_u32(dataspace() + kOutputLengthOffset, length);
+    }
+
+    void start() {
+        io.expect(bytes("03 00 53"), kAccepted);
+        ASSERT_EQ(vexo_output_start(handle, 0), 0);
+    }
+    void pause() {
+        io.expect(bytes("03 00 50"), kAccepted);
+        ASSERT_EQ(vexo_output_pause(handle, 0), 0);
+    }
+    void stream(const Bytes& data) { receive.expect({}, data); }
+
+    Bytes latest(uint32_t size = 20480) const {
+        Bytes buffer(size, 0xEE);
+        EXPECT_EQ(vexo_ouput_data_receive(handle, 0, buffer.data(), size), 0);
+        return buffer;
+    }
+    bool shows(const Bytes& expected) const {
+        return wait_until([&] {
+            Bytes buffer = latest();
+            buffer.resize(expected.size());
+            return buffer == expected;
+        });
+    }
+};
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double kMostOfACore = 0.1;
+#else
+constexpr double kMostOfACore = 0.01;
+#endif
+
+// Ends the receive thread as an application may after its last handle.
+void join_receive_thread() {
+    vexo_thread_destroy();
+    pthread_join(th_receive, nullptr);
+}
+
+}  // namespace
+
+TEST(OutputStream, ShowsTheLatestPackage) {
+    StreamSession s;
+    uint8_t buffer[64] = {};
+    EXPECT_EQ(vexo_ouput_data_receive(s.handle, 0, buffer, sizeof buffer), 301);
+    s.start();
+    EXPECT_EQ(s.latest(4), Bytes(4, 0xEE)) << "nothing has come yet";
+    s.stream(package(40, 1));
+    EXPECT_TRUE(s.shows(package(40, 1)));
+    s.stream(package(40, 2));
+    EXPECT_TRUE(s.shows(package(40, 2)));
+
+    Bytes nine = package(40, 2);
+    nine.resize(9);
+    EXPECT_EQ(s.latest(10), nine + Bytes{0xEE}) << "one byte less than the buffer";
+    EXPECT_EQ(s.latest(1), Bytes{0xEE});
+    EXPECT_EQ(s.latest(40), package(40, 2));
+    EXPECT_EQ(vexo_ouput_data_receive(s.handle, 0, buffer, 0), 0);
+    EXPECT_EQ(vexo_ouput_data_receive(s.handle + 9999, 0, buffer, 1), -1);
+    ASSERT_EQ(pthread_mutex_trylock(&base_datarecv_mutex), 0) << "every return unlocks";
+    pthread_mutex_unlock(&base_datarecv_mutex);
+
+    s.pause();
+    EXPECT_EQ(vexo_ouput_data_receive(s.handle, 0, buffer, sizeof buffer), 301);
+    EXPECT_TRUE(wait_until([&] {
+        const uint8_t* store = s.dataspace() + kStoreOffset;
+        return std::all_of(store, store + 20480, [](uint8_t byte) { return byte == 0; });
+    }));
+    s.start();
+    s.stream(package(40, 3));
+    EXPECT_TRUE(s.shows(package(40, 3)));
+    join_receive_thread();
+}
+
+TEST(OutputStream, StaysInStepHoweverItArrives) {
+    StreamSession s;
+    s.start();
+    Bytes all;
+    for (uint8_t i = 1; i <= 5; ++i) {
+        all = all + package(40, i);
+    }
+    for (size_t cut = 1; cut < 40; ++cut) {
+        ScriptedPeer::Step step;
+        step.reply = {
+            {Bytes(all.begin(), all.begin() + static_cast<long>(cut)), {}},
+            {Bytes(all.begin() + static_cast<long>(cut), all.end() - 40), milliseconds(1)},
+            {package(40, static_cast<uint8_t>(100 + cut)), milliseconds(1)}};
+        s.receive.expect(step);
+        ASSERT_TRUE(s.shows(package(40, static_cast<uint8_t>(100 + cut)))) << "cut at " << cut;
+    }
+    join_receive_thread();
+}
+
+TEST(OutputStream, ShowsAPackageInPiecesOnlyOnceItIsWhole) {
+    StreamSession s;
+    s.start();
+    s.stream(package(40, 1));
+    ASSERT_TRUE(s.shows(package(40, 1)));
+    Bytes half = package(40, 2);
+    half.resize(39);
+    s.stream(half);
+    ASSERT_TRUE(s.receive.done());
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(s.latest(40), package(40, 1));
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    s.stream({2});
+    EXPECT_TRUE(s.shows(package(40, 2)));
+    join_receive_thread();
+}
+
+TEST(OutputStream, TakesAPackageByItsOwnLength) {
+    StreamSession s;
+    s.start();
+    s.stream(package(12, 7) + package(40, 8));
+    EXPECT_TRUE(s.shows(package(40, 8)));
+    s.stream(package(12, 9));
+    EXPECT_TRUE(s.shows(package(12, 9)));
+    // Of a longer one as much as the recipe asks for; the rest does not count as packages.
+    Bytes cut = package(5000, 3);
+    s.stream(cut + package(40, 4));
+    EXPECT_TRUE(s.shows(package(40, 4)));
+    s.stream(cut);
+    cut.resize(40);
+    EXPECT_TRUE(s.shows(cut));
+    // Lengths that cannot be true count as the recipe's.
+    for (const Bytes& head : {bytes("00 00"), bytes("03 00"), bytes("FF FF")}) {
+        s.stream(head + Bytes(38, 5) + package(40, 6));
+        EXPECT_TRUE(s.shows(package(40, 6)));
+        s.stream(package(40, 9));
+        EXPECT_TRUE(s.shows(package(40, 9)));
+    }
+    join_receive_thread();
+}
+
+TEST(OutputStream, NeverShowsATornPackage) {
+    StreamSession s(1440);
+    s.start();
+    std::atomic<bool> stop{false};
+    std::thread peer([&] {
+        for (uint8_t i = 1; !stop; ++i) {
+            s.stream(package(1440, i));
+            s.receive.done();
+        }
+    });
+    const auto end = std::chrono::steady_clock::now() + milliseconds(1500);
+    int changes = 0;
+    uint8_t last = 0;
+    while (std::chrono::steady_clock::now() < end) {
+        Bytes buffer(1440);
+        ASSERT_EQ(vexo_ouput_data_receive(s.handle, 0, buffer.data(), 1440), 0);
+        if (buffer[0] != 0) {
+            ASSERT_EQ(buffer, package(1440, buffer[4]));
+            changes += buffer[4] != last;
+            last = buffer[4];
+        }
+    }
+    stop = true;
+    peer.join();
+    EXPECT_GT(changes, 50);
+    join_receive_thread();
+}
+
+TEST(OutputStream, ServesTenHandlesBesideSilentOnes) {
+    std::vector<std::unique_ptr<StreamSession>> sessions;
+    for (int i = 1; i <= 10; ++i) {
+        sessions.push_back(std::make_unique<StreamSession>(40, i));
+    }
+    for (auto& session : sessions) {
+        session->start();
+    }
+    for (uint8_t round = 1; round < 20; ++round) {
+        for (size_t i = 0; i < 10; i += 3) {
+            sessions[i]->stream(package(40, static_cast<uint8_t>(round * 10 + i)));
+        }
+        for (size_t i = 0; i < 10; i += 3) {
+            ASSERT_TRUE(sessions[i]->shows(package(40, static_cast<uint8_t>(round * 10 + i))));
+        }
+    }
+    join_receive_thread();
+}
+
+TEST(OutputStream, DoesNotServeHandlesRegisteredLater) {
+    StreamSession first(40, 1);
+    first.start();
+    const pthread_t thread = th_receive;
+    StreamSession second(40, 2);
+    second.start();
+    EXPECT_EQ(th_receive, thread) << "there is one thread";
+    second.stream(package(40, 5));
+    first.stream(package(40, 6));
+    EXPECT_TRUE(first.shows(package(40, 6)));
+    EXPECT_EQ(second.latest(4), Bytes(4, 0xEE));
+    join_receive_thread();
+}
+
+TEST(OutputStream, IsNotStartedByARefusal) {
+    StreamSession s;
+    OutputCapture output;
+    s.io.expect(bytes("03 00 53"), bytes("07 00 53 02 00 00 00"));
+    EXPECT_EQ(vexo_output_start(s.handle, 0), 2);
+    EXPECT_EQ(s.dataspace()[kStreamingOffset], 0);
+    EXPECT_EQ(recv_thread_init_ok, 0U);
+    EXPECT_EQ(vexo_thread_destroy(), 0) << "there is no thread to end";
+}
+
+TEST(ReceiveThread, CostsNextToNothingWhenNothingStreamsOrThePeerIsGone) {
+    StreamSession idle(40, 1);
+    StreamSession closed(40, 2);
+    OutputCapture output;
+    idle.start();
+    idle.pause();
+    closed.start();
+    // Of a core, over a second.
+    const auto busy = [] {
+        const auto before = cpu_time();
+        std::this_thread::sleep_for(milliseconds(1000));
+        return static_cast<double>((cpu_time() - before).count()) / 1e6;
+    };
+    EXPECT_LT(busy(), kMostOfACore) << "one is paused and one is silent";
+    closed.receive.expect({}, {}, ScriptedPeer::After::close);
+    ASSERT_TRUE(closed.receive.done());
+    EXPECT_LT(busy(), kMostOfACore) << "one is paused and one has lost its peer";
+    join_receive_thread();
+}
+
+TEST(ReceiveThread, ReportsABrokenConnectionOnce) {
+    StreamSession s;
+    OutputCapture output;
+    log_init();
+    s.start();
+    s.receive.expect({}, package(40, 1), ScriptedPeer::After::reset);
+    ASSERT_TRUE(
+        wait_until([&] { return output.text().find("Receive failed") != std::string::npos; }));
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(output.text(), "Receive failed - Connection reset by peer (errno: 104)\n");
+    join_receive_thread();
+}
+
+TEST(ReceiveThread, EndsWhenAHandleIsGone) {
+    // As an application would start it: a list with a handle that is not registered.
+    StreamSession s;
+    OutputCapture output;
+    log_init();
+    uint32_t list[] = {2, s.handle, s.handle + 5000};
+    ASSERT_EQ(vexo_thread_init(list), 0);
+    ASSERT_EQ(pthread_join(th_receive, nullptr), 0);
+    EXPECT_EQ(output.text(), "vexo_thread--VexoHandle not found\n");
+    EXPECT_THAT(Session::finished_log("sys_log"),
+                HasSubstr(" vexo_thread---VexoHandle not found\n"));
+    EXPECT_EQ(vexo_thread_init(list), 0) << "it is not started again";
+}
+
+TEST(ReceiveThread, EndsWithTheFirstHandleThatIsDestroyed) {
+    StreamSession first(40, 1);
+    StreamSession second(40, 2);
+    first.start();
+    second.start();
+    std::atomic<bool> stop{false};
+    std::thread reader([&] {
+        Bytes buffer(64);
+        while (!stop) {
+            vexo_ouput_data_receive(first.handle, 0, buffer.data(), 64);
+        }
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(vexo_destroy(second.handle), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
+    EXPECT_EQ(pthread_join(th_receive, nullptr), 0);
+    stop = true;
+    reader.join();
+    EXPECT_EQ(recv_thread_init_ok, 1U);
+    first.stream(package(40, 9));
+    ASSERT_TRUE(first.receive.done());
+    EXPECT_EQ(first.latest(4), Bytes(4, 0xEE)) << "nobody receives any more";
+}
+
+TEST(ReceiveThread, SurvivesAHandleWhoseConnectionFailsBesideIt) {
+    StreamSession s;
+    uint32_t other = 0;
+    ASSERT_EQ(vexo_create_handle(&other, own_loopback(9).c_str()), 0);
+    OutputCapture output;
+    s.start();  // serves both
+    EXPECT_EQ(vexo_create(other, own_loopback(9).c_str(), nullptr, 2, nullptr), -1);
+    EXPECT_EQ(pthread_join(th_receive, nullptr), 0);
+    EXPECT_THAT(output.text(), HasSubstr("\nvexo_thread--VexoHandle not found\n"));
+    EXPECT_EQ(s.latest(1), Bytes{0xEE});
+}
