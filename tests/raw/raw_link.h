@@ -1,0 +1,76 @@
+// A link with a fast-path instance on this side and a socket of the test on the other.
+#ifndef TESTS_RAW_RAW_LINK_H
+#define TESTS_RAW_RAW_LINK_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "net/raw_socket.h"
+#include "tests/support/packet_capture.h"
+#include "tests/support/scripted_peer.h"
+
+namespace test {
+
+// The checksum as it stands on the wire, by the book: big-endian words, one after another.
+uint16_t reference_checksum(const Bytes& data);
+
+// A frame as a controller would send it to every host, with sequence number 7.
+Bytes controller_frame(uint8_t code, const Bytes& payload);
+// The same from the transport header on, as an IP-mode message has it.
+Bytes controller_message(uint8_t code, const Bytes& payload);
+
+// A socket of the test.
+class Port {
+public:
+    static std::unique_ptr<Port> ethernet(const std::string& interface_name);
+    static std::unique_ptr<Port> ip(const std::string& own_address);
+    ~Port();
+    Port(const Port&) = delete;
+    Port& operator=(const Port&) = delete;
+
+    int descriptor() const { return socket_; }
+    void send(const Bytes& frame);
+    void send_to(const std::string& address, const Bytes& message);
+    // The next message; empty, and the test fails, when none comes.
+    Bytes receive();
+
+private:
+    explicit Port(int socket) : socket_(socket) {}
+    int socket_;
+};
+
+// What one receive did.
+struct Received {
+    long result = 0;
+    uint8_t code = 0;
+    long advance = 0;  // of the position
+    Bytes buffer;      // exactly as large as the capacity
+};
+Received receive(int instance, unsigned capacity = 1514);
+// Repeats until something other than -101 comes.
+Received receive_next(int instance, unsigned capacity = 1514);
+
+// Runs `check` in a child process, and tells whether it returned true there.
+bool holds_in_child(const std::function<bool()>& check);
+
+// A namespace of the test's own with the interfaces host0 (02:00:00:00:00:0A) and robot0
+// (02:00:00:00:00:0B) at the ends of a cable, and the addresses 10.0.0.5 and 10.0.0.9 on loopback.
+class RawLink : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // An Ethernet-mode instance on host0.
+    int open_ethernet();
+
+private:
+    std::unique_ptr<PacketCapture> capture_;
+};
+
+}  // namespace test
+
+#endif
