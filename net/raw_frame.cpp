@@ -136,9 +136,7 @@ void learn_peer(RawInstance& instance, std::span<const uint8_t> datagram) {
     if (datagram.size() >= source_offset + sizeof source) {
         std::memcpy(&source, datagram.data() + source_offset, sizeof source);
     }
-    if (source != instance.peer_address.load(std::memory_order_relaxed)) {
-        instance.peer_address.store(source, std::memory_order_relaxed);
-    }
+    instance.peer_address.store(source, std::memory_order_relaxed);
 }
 
 }  // namespace

@@ -114,9 +114,14 @@ TEST_F(RawInstances, KeepTheSourceAddressThatCannotBeRead) {
     Bytes source(6);
     EXPECT_EQ(0, socket_raw_get_srcmac(0, source.data()));
     EXPECT_EQ(hex(bytes("02 00 00 00 00 0A")), hex(source));
+
+    const Bytes own = bytes("12 34 56 78 9A BC");
+    ASSERT_EQ(1, open_ethernet());
+    EXPECT_EQ(0, socket_raw_set_srcmac(1, own.data()));
+    socket_raw_free(1);
     ASSERT_EQ(1, socket_raw_create("nothing0", SOCKET_RAW_MODE_IP));
     EXPECT_EQ(0, socket_raw_get_srcmac(1, source.data()));
-    EXPECT_EQ(hex(bytes("00 00 00 00 00 00")), hex(source));
+    EXPECT_EQ(hex(own), hex(source));
 }
 
 TEST_F(RawInstances, TakeTheAddressOfTheirInterface) {

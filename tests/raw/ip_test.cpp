@@ -10,6 +10,7 @@ namespace {
 
 class RawIp : public RawLink {
 protected:
+    RawIp() : RawLink("lo") {}
     void SetUp() override {
         RawLink::SetUp();
         if (IsSkipped()) {

@@ -142,7 +142,7 @@ void RawLink::SetUp() {
     make_veth_pair("host0", "02:00:00:00:00:0a", "robot0", "02:00:00:00:00:0b");
     run_ip("address add 10.0.0.5/32 dev lo");
     run_ip("address add 10.0.0.9/32 dev lo");
-    capture_ = std::make_unique<PacketCapture>("host0");
+    capture_ = std::make_unique<PacketCapture>(captured_);
 }
 
 void RawLink::TearDown() {

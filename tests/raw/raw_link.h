@@ -61,6 +61,8 @@ bool holds_in_child(const std::function<bool()>& check);
 // (02:00:00:00:00:0B) at the ends of a cable, and the addresses 10.0.0.5 and 10.0.0.9 on loopback.
 class RawLink : public ::testing::Test {
 protected:
+    // A failed test leaves the frames of the interface `captured`.
+    explicit RawLink(const char* captured = "host0") : captured_(captured) {}
     void SetUp() override;
     void TearDown() override;
 
@@ -68,6 +70,7 @@ protected:
     int open_ethernet();
 
 private:
+    const char* captured_;
     std::unique_ptr<PacketCapture> capture_;
 };
 
