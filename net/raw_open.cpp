@@ -7,10 +7,10 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <cstring>
 
+#include "net/owned_descriptor.h"
 #include "net/raw_frame.h"
 #include "net/raw_socket.h"
 
@@ -93,13 +93,10 @@ int socket_raw2_icmp_create(const char* interface_name, uint32_t* interface_inde
 int socket_get_macaddress(const char* interface_name, uint8_t mac[6]) {
     ifreq request = vexo::request_about(interface_name);
     request.ifr_addr.sa_family = AF_INET;
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const int result = ioctl(fd, SIOCGIFHWADDR, &request);
+    const vexo::OwnedDescriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int result = ioctl(fd.get(), SIOCGIFHWADDR, &request);
     if (result == 0) {
         std::memcpy(mac, request.ifr_hwaddr.sa_data, 6);
-    }
-    if (fd != -1) {
-        close(fd);
     }
     return result;
 }
