@@ -12,7 +12,7 @@
 #include "net/raw_internal.h"
 #include "net/raw_open.h"
 
-extern const uint8_t sock_raw_mcast_addr[6] = {0x01, 0x0E, 0xCF, 0x00, 0x00, 0x00};
+uint8_t sock_raw_mcast_addr[6] = {0x01, 0x0E, 0xCF, 0x00, 0x00, 0x00};
 
 namespace vexo {
 namespace {

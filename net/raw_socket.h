@@ -41,7 +41,7 @@ enum {
 };
 
 /* The group address 01:0E:CF:00:00:00, the destination of every new instance. */
-extern VEXO_API const uint8_t sock_raw_mcast_addr[6];
+extern VEXO_API uint8_t sock_raw_mcast_addr[6];
 
 /* Reads the hardware address of the interface `interface_name` into `mac`. Of the name, the first
    15 characters count; null is taken as an empty name.
