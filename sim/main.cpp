@@ -1,0 +1,157 @@
+// vexo-sim: simulated controllers for trying out applications without a robot.
+#include <arpa/inet.h>
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "sim/simulator.h"
+
+namespace {
+
+struct Arguments {
+    std::vector<std::string> addresses{"127.0.0.1"};
+    unsigned count = 1;
+    double rate = 1000;
+    std::string catalogue;
+    std::vector<std::string> faults;
+    uint64_t digital_inputs = 0;
+    uint32_t error = 0;
+    bool print_catalogue = false;
+};
+
+void describe(CLI::App& app, Arguments& arguments) {
+    app.add_option("-a,--address", arguments.addresses,
+                   "IPv4 address to serve; repeat for more controllers")
+        ->capture_default_str()
+        ->check(CLI::ValidIPV4);
+    app.add_option("-n,--count", arguments.count,
+                   "controllers to run on consecutive addresses, from the last one given on")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 250));
+    app.add_option("-r,--rate", arguments.rate, "output packages per second, up to 1000")
+        ->capture_default_str()
+        ->check(CLI::Range(0.001, 1000.0));
+    app.add_option("-c,--catalogue", arguments.catalogue,
+                   "JSON file with the catalogue to publish (default: the built-in arm)")
+        ->check(CLI::ExistingFile);
+    app.add_option("-f,--fault", arguments.faults,
+                   "fault to inject into every controller, e.g. type=O,status=5 or "
+                   "package,lost,skip=100,times=3; repeat for more")
+        ->allow_extra_args(false);
+    app.add_option("--digital-inputs", arguments.digital_inputs,
+                   "bits of the digital inputs, e.g. 0x5");
+    app.add_option("--error", arguments.error, "start with this error code set");
+    app.add_flag("--print-catalogue", arguments.print_catalogue,
+                 "print the catalogue as JSON and exit");
+    app.footer(
+        "Each controller serves the ports 2295, 2297 and 2299 of its address. Once all are served, "
+        "a line\nbeginning with \"vexo-sim: ready on\" is printed. SIGINT or SIGTERM ends the "
+        "program with status 0.");
+}
+
+sim::Catalogue load_catalogue(const std::string& path) {
+    if (path.empty()) {
+        return sim::Catalogue::built_in();
+    }
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return sim::Catalogue::from_json(text.str());
+}
+
+std::string next_address(const std::string& address) {
+    in_addr number{};
+    inet_pton(AF_INET, address.c_str(), &number);
+    number.s_addr = htonl(ntohl(number.s_addr) + 1);
+    char text[INET_ADDRSTRLEN];
+    return inet_ntop(AF_INET, &number, text, sizeof text);
+}
+
+std::vector<std::string> all_addresses(const Arguments& arguments) {
+    std::vector<std::string> addresses = arguments.addresses;
+    for (unsigned i = 1; i < arguments.count; ++i) {
+        addresses.push_back(next_address(addresses.back()));
+    }
+    return addresses;
+}
+
+struct Running {
+    std::string address;
+    std::unique_ptr<sim::Simulator> simulator;
+};
+
+std::vector<Running> start(const Arguments& arguments, const sim::Catalogue& catalogue) {
+    std::vector<Running> running;
+    for (const std::string& address : all_addresses(arguments)) {
+        sim::Options options;
+        options.address = address;
+        options.rate = arguments.rate;
+        options.catalogue = catalogue;
+        options.history = 0;
+        running.push_back({address, std::make_unique<sim::Simulator>(std::move(options))});
+        sim::Simulator& simulator = *running.back().simulator;
+        simulator.set_digital_inputs(arguments.digital_inputs);
+        if (arguments.error != 0) {
+            simulator.raise_error(arguments.error);
+        }
+        for (const std::string& fault : arguments.faults) {
+            simulator.inject(sim::parse_fault(fault));
+        }
+    }
+    return running;
+}
+
+void print_summary(const Running& running) {
+    const sim::Counters counters = running.simulator->counters();
+    std::cout << "vexo-sim: " << running.address << ": " << counters.connections << " connections, "
+              << counters.requests << " requests (" << counters.refused << " refused), "
+              << counters.set_points << " set-points, " << counters.inputs << " inputs, "
+              << counters.packages_sent << " packages sent, " << counters.packages_dropped
+              << " dropped\n";
+}
+
+void run(const Arguments& arguments, const sim::Catalogue& catalogue) {
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+
+    const std::vector<Running> running = start(arguments, catalogue);
+    std::cout << "vexo-sim: ready on";
+    for (const Running& one : running) {
+        std::cout << ' ' << one.address;
+    }
+    std::cout << " at " << arguments.rate << " Hz" << std::endl;
+
+    int received = 0;
+    sigwait(&ends, &received);
+    for (const Running& one : running) {
+        one.simulator->stop();
+        print_summary(one);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Simulates robot controllers, each a six-axis arm on an address of its own.");
+    Arguments arguments;
+    describe(app, arguments);
+    CLI11_PARSE(app, argc, argv);
+    try {
+        const sim::Catalogue catalogue = load_catalogue(arguments.catalogue);
+        if (arguments.print_catalogue) {
+            std::cout << catalogue.to_json();
+        } else {
+            run(arguments, catalogue);
+        }
+    } catch (const std::exception& error) {
+        std::cerr << "vexo-sim: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
