@@ -15,6 +15,7 @@ struct Arguments {
     std::vector<std::string> addresses{"127.0.0.1"};
     unsigned count = 1;
     double rate = 1000;
+    std::string interface;
     std::string catalogue;
     std::vector<std::string> faults;
     uint64_t digital_inputs = 0;
@@ -34,6 +35,9 @@ void describe(CLI::App& app, Arguments& arguments) {
     app.add_option("-r,--rate", arguments.rate, "output packages per second, up to 1000")
         ->capture_default_str()
         ->check(CLI::Range(0.001, 1000.0));
+    app.add_option("-i,--interface", arguments.interface,
+                   "network interface on which clients may use raw frames; controllers behind the "
+                   "first have the addresses 02:76:65:78:6f:NN on it");
     app.add_option("-c,--catalogue", arguments.catalogue,
                    "JSON file with the catalogue to publish (default: the built-in arm)")
         ->check(CLI::ExistingFile);
@@ -83,6 +87,11 @@ struct Running {
     std::unique_ptr<sim::Simulator> simulator;
 };
 
+// Controllers that share an interface need addresses of their own there.
+sim::MacAddress station(size_t number) {
+    return {0x02, 0x76, 0x65, 0x78, 0x6F, static_cast<uint8_t>(number)};
+}
+
 std::vector<Running> start(const Arguments& arguments, const sim::Catalogue& catalogue) {
     std::vector<Running> running;
     for (const std::string& address : all_addresses(arguments)) {
@@ -90,6 +99,10 @@ std::vector<Running> start(const Arguments& arguments, const sim::Catalogue& cat
         options.address = address;
         options.rate = arguments.rate;
         options.catalogue = catalogue;
+        options.interface = arguments.interface;
+        if (!running.empty()) {
+            options.mac = station(running.size());
+        }
         options.history = 0;
         running.push_back({address, std::make_unique<sim::Simulator>(std::move(options))});
         sim::Simulator& simulator = *running.back().simulator;

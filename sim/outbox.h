@@ -5,17 +5,15 @@
 #include <sys/types.h>
 
 #include <algorithm>
-#include <chrono>
 #include <deque>
 #include <functional>
 #include <optional>
 
+#include "sim/clock.h"
 #include "sim/fault.h"
 #include "sim/wire.h"
 
 namespace sim {
-
-using Clock = std::chrono::steady_clock;
 
 class Outbox {
 public:

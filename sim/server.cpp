@@ -51,6 +51,10 @@ Server::Server(const Options& options, Controller& controller)
             listeners_.push_back({port, listen_on(options.address, port)});
         }
     }
+    if (!options.interface.empty()) {
+        raw_.emplace(options.interface, options.mac);
+        controller_.offer_raw_path(raw_->mac());
+    }
     thread_ = std::thread([this] { run(); });
 }
 
@@ -95,12 +99,14 @@ void Server::run() {
         serve();
     }
     connections_.clear();
+    raw_.reset();
     listeners_.clear();
 }
 
 void Server::wait() {
     polled_.clear();
     polled_.push_back({wake_.get(), POLLIN, 0});
+    polled_.push_back({raw_ ? raw_->descriptor() : -1, POLLIN, 0});
     for (const Listener& listener : listeners_) {
         polled_.push_back({listener.socket.get(), POLLIN, 0});
     }
@@ -122,37 +128,57 @@ void Server::wait() {
 // When something is to be done even though nothing arrives.
 Clock::time_point Server::next_event() const {
     auto event = streaming_ ? next_beat_ : Clock::time_point::max();
+    if (raw_) {
+        event = std::min(event, raw_->outbox().next().value_or(Clock::time_point::max()));
+    }
     for (const Connection& connection : connections_) {
         event = std::min(event, connection.outbox().next().value_or(Clock::time_point::max()));
     }
     return event;
 }
 
+// Goes through what wait() found. New connections come before old ones, so that whatever an older
+// one asks for finds them.
 void Server::serve() {
-    const size_t first_connection = 1 + listeners_.size();
-    const size_t count = connections_.size();
-    if (polled_[0].revents != 0) {
+    auto polled = polled_.begin();
+    if ((polled++)->revents != 0) {
         eventfd_t ignored = 0;
         eventfd_read(wake_.get(), &ignored);
         carry_out_disconnects();
     }
-    // New connections come first, so that whatever an older one asks for finds them.
-    for (size_t i = 0; i < listeners_.size(); ++i) {
-        if (polled_[1 + i].revents != 0) {
-            accept_on(listeners_[i]);
+    if (raw_) {
+        serve_raw(polled->revents != 0);
+    }
+    ++polled;
+    const size_t count = connections_.size();
+    for (const Listener& listener : listeners_) {
+        if ((polled++)->revents != 0) {
+            accept_on(listener);
         }
     }
     for (size_t i = 0; i < count; ++i) {
-        Connection& connection = connections_[i];
-        if (!connection.ended() && polled_[first_connection + i].revents != 0) {
-            connection.receive(controller_);
-        }
-        if (!connection.ended() && !connection.outbox().empty()) {
-            connection.flush();
-        }
+        serve_connection(connections_[i], (polled++)->revents != 0);
     }
     beat(Clock::now());
     forget_ended();
+}
+
+void Server::serve_raw(bool readable) {
+    if (readable) {
+        raw_->receive(controller_);
+    }
+    if (!raw_->outbox().empty()) {
+        raw_->flush();
+    }
+}
+
+void Server::serve_connection(Connection& connection, bool ready) {
+    if (ready && !connection.ended()) {
+        connection.receive(controller_);
+    }
+    if (!connection.ended() && !connection.outbox().empty()) {
+        connection.flush();
+    }
 }
 
 // Packages are due at fixed times after the start, however late this thread gets to them.
@@ -165,18 +191,22 @@ void Server::beat(Clock::time_point now) {
     if (streaming_ && now >= next_beat_) {
         next_beat_ += period_;
         controller_.next_package(package_);
-        stream(package_);
+        controller_.package_done(stream(package_));
     }
 }
 
-void Server::stream(const Outgoing& package) {
+bool Server::stream(const Outgoing& package) {
+    const auto client = raw_ ? controller_.raw_client() : std::nullopt;
+    if (client) {
+        return raw_->deliver(FrameCode::package, *client, package);
+    }
     bool sent = false;
     for (Connection& connection : connections_) {
         if (connection.port() == Port::stream) {
             sent = connection.deliver(package) || sent;
         }
     }
-    controller_.package_done(sent);
+    return sent;
 }
 
 void Server::accept_on(const Listener& listener) {
@@ -186,7 +216,7 @@ void Server::accept_on(const Listener& listener) {
     }
     controller_.connected();
     if (listener.port == Port::io) {
-        controller_.begin_session();
+        controller_.reset_session();
     }
     connections_.emplace_back(std::move(socket), listener.port);
 }
@@ -212,7 +242,7 @@ void Server::forget_ended() {
         std::find_if(connections_.rbegin(), connections_.rend(),
                      [](const Connection& connection) { return connection.port() == Port::io; });
     if (newest != connections_.rend() && newest->ended()) {
-        controller_.end_session();
+        controller_.reset_session();
     }
     std::erase_if(connections_, [](const Connection& connection) { return connection.ended(); });
 }

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "sim/connection.h"
+#include "sim/raw_link.h"
 
 namespace sim {
 
@@ -30,8 +31,10 @@ private:
 
     void run();
     void serve();
+    void serve_raw(bool readable);
+    void serve_connection(Connection& connection, bool ready);
     void beat(Clock::time_point now);
-    void stream(const Outgoing& package);
+    bool stream(const Outgoing& package);
     void wait();
     Clock::time_point next_event() const;
     void accept_on(const Listener& listener);
@@ -42,6 +45,7 @@ private:
     Controller& controller_;
     const Clock::duration period_;
     std::vector<Listener> listeners_;
+    std::optional<RawLink> raw_;
     Descriptor wake_;
 
     // The serving thread's own.

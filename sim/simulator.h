@@ -28,7 +28,7 @@ enum class Port : uint16_t { raw = 0, io = 2295, control = 2297, stream = 2299 }
 enum class Status : uint8_t {
     accepted = 0,
     malformed = 1,     // its length does not fit its type, or the arguments do not fit in it
-    unknown_type = 2,  // no such type letter, or not on this port
+    unknown_type = 2,  // no such type letter on this port
     unknown_variable = 3,
     unknown_method = 4,
     bad_argument = 5,     // number, type or value of an argument
@@ -36,6 +36,7 @@ enum class Status : uint8_t {
     error_state = 7,      // motion asked for while an error is set
     no_raw_path = 8,      // the raw path asked for, but the controller has none
     recipe_too_long = 9,  // a package would exceed the 65535 bytes of its length word
+    wrong_port = 10,      // a method of the other port
 };
 
 struct Versions {
@@ -49,6 +50,8 @@ struct Options {
     std::string address = "127.0.0.1";
     double rate = 1000;  // output packages per second, more than 0, at most 1000
     Catalogue catalogue = Catalogue::built_in();
+    std::string interface;            // network interface for the raw path; empty: none
+    std::optional<MacAddress> mac;    // instead of the interface's, for several controllers on it
     Versions versions;                // each text at most 255 characters
     std::vector<Port> refused_ports;  // ports on which nobody listens
     size_t history = 100000;          // latest requests, set-points and inputs that are kept
@@ -80,6 +83,7 @@ struct Counters {
     uint64_t refused = 0;   // of these, refused (inputs, too, though nobody is told)
     uint64_t set_points = 0;
     uint64_t inputs = 0;
+    uint64_t frames_rejected = 0;  // damaged, from another station, or without use for their code
     uint64_t packages_sent = 0;
     uint64_t packages_dropped = 0;  // lost by a fault, or because the client did not read
 };

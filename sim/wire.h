@@ -2,6 +2,7 @@
 #ifndef SIM_WIRE_H
 #define SIM_WIRE_H
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -30,7 +31,11 @@ public:
         out_.resize(at + sizeof value);
         std::memcpy(out_.data() + at, &value, sizeof value);
     }
-    void bytes(BytesView data) { out_.insert(out_.end(), data.begin(), data.end()); }
+    void bytes(BytesView data) {
+        const size_t at = out_.size();
+        out_.resize(at + data.size());
+        std::copy(data.begin(), data.end(), out_.begin() + static_cast<ptrdiff_t>(at));
+    }
 
 private:
     Bytes& out_;

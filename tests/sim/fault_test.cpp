@@ -1,0 +1,179 @@
+// Each fault, as a client meets it.
+#include "sim/fault.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "tests/sim/peer.h"
+#include "tests/support/process.h"
+
+namespace {
+
+using test::Bench;
+using test::Peer;
+
+constexpr const char* versions = "03 00 76";
+constexpr const char* versions_reply = "10 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 ";
+
+sim::Options small_options() {
+    sim::Options options;
+    options.rate = 500;
+    options.versions = {3, "1.2", "A", ""};
+    options.catalogue.outputs = {{"strange", 0x01020304, sim::Type::u32}};
+    options.catalogue.methods = {{"go", 0x0201}, {"halt", 0x0202}};
+    return options;
+}
+
+struct Case {
+    const char* fault;
+    const char* reply;
+};
+void PrintTo(const Case& one, std::ostream* out) {
+    *out << one.fault;
+}
+class ReplyFault : public ::testing::TestWithParam<Case> {};
+
+void start_streaming(Bench& bench) {
+    bench.io.ask("0D 00 4F 00 00 00 00 01 00 04 03 02 01");
+    bench.io.ask("03 00 53");
+}
+constexpr const char* package = "08 00 55 01 04 03 02 01 ";
+
+}  // namespace
+
+TEST_P(ReplyFault, ChangesWhatOneReplySays) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault(GetParam().fault));
+    bench.io.send(test::bytes(versions));
+    const test::Bytes expected = test::bytes(GetParam().reply);
+    EXPECT_EQ(test::hex(bench.io.read_exactly(expected.size())), GetParam().reply);
+    EXPECT_EQ(bench.io.ask(versions), versions_reply);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, ReplyFault,
+    ::testing::Values(Case{"type=v,status=9", "07 00 76 09 00 00 00 "},
+                      Case{"length=4000", "A0 0F 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 "},
+                      Case{"letter=V", "10 00 56 00 00 00 00 03 00 03 31 2E 32 01 41 00 "},
+                      Case{"size=5", "05 00 76 00 00 "},
+                      Case{"size=18", "12 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 00 00 "},
+                      Case{"size=5,length=16", "10 00 76 00 00 "},
+                      Case{"bytes=0badf00d", "0B AD F0 0D "},
+                      Case{"empty", "08 00 76 00 00 00 00 00 "}));
+
+TEST(Fault, RefusedRequestsAreNotCarriedOut) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("type=S,status=77"));
+    bench.io.ask("0D 00 4F 00 00 00 00 01 00 04 03 02 01");
+    EXPECT_EQ(bench.io.ask("03 00 53"), "07 00 53 4D 00 00 00 ");
+    EXPECT_FALSE(bench.simulator.streaming());
+}
+
+TEST(Fault, HitsTheMethodItNamesAsOftenAsItSays) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("method=halt,status=8,skip=1,times=2"));
+    EXPECT_EQ(bench.io.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+    for (const char* status : {"00", "08", "08", "00"}) {
+        EXPECT_EQ(bench.io.ask("06 00 6D 02 02 00"),
+                  "07 00 6D " + std::string(status) + " 00 00 00 ");
+    }
+    bench.simulator.inject(sim::parse_fault("status=8,times=always"));
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(bench.io.ask("06 00 6D 01 02 00"), "07 00 6D 08 00 00 00 ");
+    }
+    bench.simulator.clear_faults();
+    EXPECT_EQ(bench.io.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+}
+
+TEST(Fault, MakesRepliesLateWithoutHoldingUpOthers) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("type=v,delay=300"));
+    const auto start = std::chrono::steady_clock::now();
+    bench.io.send(test::bytes(versions));
+    EXPECT_EQ(bench.control.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
+    EXPECT_EQ(test::hex(bench.io.message()), versions_reply);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(295));
+}
+
+TEST(Fault, LosesReplies) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("lost"));
+    bench.io.send(test::bytes(versions));
+    EXPECT_TRUE(bench.io.read(std::chrono::milliseconds(50)).empty());
+    EXPECT_EQ(bench.io.ask(versions), versions_reply);
+}
+
+TEST(Fault, CutsRepliesIntoPieces) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("cuts=1+7,pause=100"));
+    bench.io.send(test::bytes(versions));
+    EXPECT_EQ(test::hex(bench.io.read()), "10 ");
+    EXPECT_EQ(test::hex(bench.io.read()), "00 76 00 00 00 00 ");
+    EXPECT_EQ(test::hex(bench.io.read()), "03 00 03 31 2E 32 01 41 00 ");
+}
+
+TEST(Fault, EndsConnectionsBeforeWithinAndAfterReplies) {
+    const std::pair<const char*, size_t> cases[] = {
+        {"after=0", 0}, {"after=3", 3}, {"times=1", 16}};
+    for (const auto& [where, expected] : cases) {
+        for (const bool reset : {false, true}) {
+            Bench bench(small_options());
+            bench.simulator.inject(
+                sim::parse_fault(std::string(where) + (reset ? ",reset" : ",close")));
+            bench.io.send(test::bytes(versions));
+            EXPECT_EQ(bench.io.read_exactly(expected).size(), expected);
+            EXPECT_EQ(bench.io.end(), reset ? Peer::End::reset : Peer::End::closed) << where;
+            EXPECT_EQ(bench.control.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+        }
+    }
+}
+
+TEST(Fault, CutsAndShortensAndLosesPackages) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("package,cuts=3,pause=1"));
+    bench.simulator.inject(sim::parse_fault("package,size=6"));
+    bench.simulator.inject(sim::parse_fault("package,lost,times=3"));
+    start_streaming(bench);
+    EXPECT_EQ(test::hex(bench.stream.message()), package);
+    EXPECT_EQ(test::hex(bench.stream.message()), "06 00 55 01 04 03 ");
+    EXPECT_EQ(test::hex(bench.stream.message()), package);
+    EXPECT_EQ(bench.simulator.counters().packages_dropped, 3U);
+}
+
+TEST(Fault, HoldsPackagesBackAndThenSendsThemAll) {
+    Bench bench(small_options());
+    bench.simulator.inject(sim::parse_fault("package,delay=100"));
+    start_streaming(bench);
+    EXPECT_TRUE(bench.stream.read(std::chrono::milliseconds(50)).empty());
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(test::hex(bench.stream.message()), package);
+    }
+}
+
+TEST(Fault, OfTheWholeConnectionComesUnasked) {
+    Bench bench(small_options());
+    bench.io.ask(versions);
+    bench.control.ask("06 00 6D 01 02 00");
+    bench.simulator.disconnect(sim::Port::control, sim::Break::reset);
+    EXPECT_EQ(bench.control.end(), Peer::End::reset);
+    bench.simulator.disconnect(sim::Port::io);
+    EXPECT_EQ(bench.io.end(), Peer::End::closed);
+    Peer again(bench.address, sim::Port::io);
+    EXPECT_EQ(again.ask(versions), versions_reply);
+}
+
+TEST(FaultText, NamesTheItemItCannotRead) {
+    for (const char* wrong : {"foo", "times=x", "status=256", "type=ab", "source=1:2:3", "bytes=zz",
+                              "delay=-1", "cuts=1+x"}) {
+        EXPECT_THROW(sim::parse_fault(wrong), std::invalid_argument) << wrong;
+    }
+    const sim::Fault fault = sim::parse_fault(
+        "package,doubled,altered,tagged,source=02:00:00:00:00:ff,payload=9,times=always");
+    EXPECT_EQ(fault.target, sim::Target::package);
+    EXPECT_TRUE(fault.doubled && fault.altered && fault.tagged);
+    EXPECT_EQ(fault.source, (sim::MacAddress{2, 0, 0, 0, 0, 0xFF}));
+    EXPECT_EQ(fault.payload_length, 9);
+    EXPECT_EQ(fault.times, sim::Fault::always);
+}
