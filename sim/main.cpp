@@ -123,7 +123,7 @@ void print_summary(const Running& running) {
               << counters.requests << " requests (" << counters.refused << " refused), "
               << counters.set_points << " set-points, " << counters.inputs << " inputs, "
               << counters.packages_sent << " packages sent, " << counters.packages_dropped
-              << " dropped\n";
+              << " dropped, " << counters.frames_rejected << " frames rejected\n";
 }
 
 void run(const Arguments& arguments, const sim::Catalogue& catalogue) {

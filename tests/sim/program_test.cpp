@@ -79,7 +79,7 @@ TEST(Program, ServesUntilItIsToldToEnd) {
         EXPECT_EQ(program.end(signal), 0);
         const std::string summary =
             ": 1 connections, 1 requests (1 refused), 0 set-points, 0 inputs, 0 packages sent, "
-            "0 dropped\n";
+            "0 dropped, 0 frames rejected\n";
         EXPECT_NE(program.output().find("vexo-sim: " + own_loopback(7) + summary),
                   std::string::npos)
             << program.output();
