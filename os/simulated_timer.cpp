@@ -1,0 +1,104 @@
+#include "os/simulated_timer.h"
+
+#include <cerrno>
+
+#include "os/deadline.h"
+#include "os/tables.h"
+#include "os/thread.h"
+
+namespace vexo {
+
+namespace {
+
+constexpr uint32_t tick_ns = 500'000;
+constexpr ThreadPlan simulation_plan = {16384, SCHED_FIFO, 51};
+constexpr int32_t no_slot = -1;
+
+pthread_t timersimuthread;
+std::atomic<uint32_t> timersimuthreadid;  // 0 until the thread runs
+
+// The slot that the thread looks at or calls back for. It is published before the slot's flag is
+// read, and looked at after the flag is cleared, so that of the thread and whoever frees the slot
+// at least one sees the other.
+std::atomic<int32_t> busy_slot = no_slot;
+
+void tick(int32_t slot) {
+    SimulatedTimer& timer = simulated_timers[slot];
+    if (++timer.ticks % timer.divider != 0) {
+        return;
+    }
+    timer.ticks = 0;
+    // The callback may free the slot, and it may be taken again at once: not touched afterwards.
+    if (timer.callback != nullptr) {
+        timer.callback(static_cast<uint32_t>(slot), timer.arg);
+    }
+}
+
+void tick_all() {
+    for (int32_t slot = 0; slot < simulated_timers.size(); ++slot) {
+        busy_slot = slot;
+        if (simulated_timers.in_use(slot)) {
+            tick(slot);
+        }
+        busy_slot = no_slot;
+        busy_slot.notify_all();
+    }
+}
+
+// The next tick of the grid after now: missed ones are skipped.
+timespec next_tick(timespec tick_time) {
+    const timespec now = monotonic_now();
+    do {
+        tick_time = plus(tick_time, tick_ns);
+    } while (later(now, tick_time));
+    return tick_time;
+}
+
+void* simulate(void*) {
+    timersimuthreadid = kernel_thread_id();
+    timersimuthreadid.notify_all();
+    timespec tick_time = plus(monotonic_now(), tick_ns);
+    for (;;) {
+        while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &tick_time, nullptr) == EINTR) {
+        }
+        tick_all();
+        tick_time = next_tick(tick_time);
+    }
+}
+
+}  // namespace
+
+bool start_simulation() {
+    if (timersimuthreadid != 0) {
+        return true;
+    }
+    if (!start_thread(timersimuthread, simulation_plan, simulate, nullptr)) {
+        return false;
+    }
+    timersimuthreadid.wait(0);
+    pthread_detach(timersimuthread);
+    return true;
+}
+
+int32_t request_simulated_timer(uint32_t period_us, TimerCallback callback, void* arg) {
+    return simulated_timers.request([&](SimulatedTimer& timer) {
+        const uint32_t period_ns = period_us * 1000;  // wraps around: documented
+        timer.divider = period_ns < tick_ns ? 1 : period_ns / tick_ns;
+        timer.ticks = 0;
+        timer.callback = callback;
+        timer.arg = arg;
+        return true;
+    });
+}
+
+int32_t free_simulated_timer(int32_t slot) {
+    return simulated_timers.on_row(slot, refuse_free_row, [slot](SimulatedTimer&) {
+        simulated_timers.release(slot);
+        if (timersimuthreadid != kernel_thread_id()) {
+            busy_slot.wait(slot);
+        }
+        return 0;
+    });
+}
+
+}  // namespace vexo

@@ -1,0 +1,37 @@
+// Mutexes and condition variables as all families of the layer use them.
+#ifndef OS_SYNC_H
+#define OS_SYNC_H
+
+#include <pthread.h>
+
+#include "os/deadline.h"
+
+namespace vexo {
+
+// Makes a non-recursive mutex whose holder inherits the priority of the threads that it keeps
+// waiting. Returns whether it could.
+bool make_mutex(pthread_mutex_t& mutex);
+
+// Makes a condition variable whose deadlines are on the monotonic clock. Returns whether it could.
+bool make_monotonic_condition(pthread_cond_t& condition);
+
+// One wait. Returns 0 when woken, otherwise the error number, ETIMEDOUT after the deadline.
+inline int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline) {
+    return deadline ? pthread_cond_timedwait(&condition, &mutex, &*deadline)
+                    : pthread_cond_wait(&condition, &mutex);
+}
+
+class MutexLock {
+public:
+    explicit MutexLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+    ~MutexLock() { pthread_mutex_unlock(&mutex_); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+private:
+    pthread_mutex_t& mutex_;
+};
+
+}  // namespace vexo
+
+#endif

@@ -1,0 +1,38 @@
+// A word that threads wait on: the count of a semaphore, the flags of an event group.
+#ifndef OS_WAITABLE_WORD_H
+#define OS_WAITABLE_WORD_H
+
+#include <cstdint>
+
+#include "os/sync.h"
+
+namespace vexo {
+
+struct WaitableWord {
+    pthread_cond_t changed;  // monotonic clock
+    pthread_mutex_t mutex;
+    uint32_t value;
+
+    // Returns whether the system had what it takes.
+    bool make(uint32_t initial);
+    void destroy();
+
+    // Waits, with the mutex locked, until a bit of `mask` is set. Returns the result of the last
+    // wait: 0, or the error number that ended it.
+    int wait_for_any(uint32_t mask, const Deadline& deadline);
+
+    // Changes the value with `update` and wakes one waiter, after unlocking, so that it doesn't
+    // wake into a locked mutex.
+    template <typename Update>
+    void change(Update update) {
+        {
+            const MutexLock lock(mutex);
+            update(value);
+        }
+        pthread_cond_signal(&changed);
+    }
+};
+
+}  // namespace vexo
+
+#endif
