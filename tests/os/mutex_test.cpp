@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "os/os.h"
+#include "tests/os/support.h"
+#include "tests/support/process.h"
+
+namespace {
+
+using test::Caller;
+
+TEST(Mutex, ExcludesOtherThreads) {
+    const int32_t mutex = pthread_request_mutex();
+    int unguarded_sum = 0;
+    const auto add = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            pthread_lock_mutex(mutex);
+            ++unguarded_sum;
+            pthread_unlock_mutex(mutex);
+        }
+        return 0;
+    };
+    { Caller a(add), b(add), c(add); }
+    EXPECT_EQ(unguarded_sum, 60000);
+    EXPECT_EQ(pthread_free_mutex(mutex), 0);
+}
+
+TEST(Mutex, IsBusyForOthersWhileHeld) {
+    const int32_t mutex = pthread_request_mutex();
+    EXPECT_EQ(pthread_trylock_mutex(mutex), 0);
+    EXPECT_EQ(Caller([&] { return pthread_trylock_mutex(mutex); }).result(), EBUSY);
+    Caller waiter([&] {
+        const int result = pthread_lock_mutex(mutex);
+        pthread_unlock_mutex(mutex);
+        return result;
+    });
+    EXPECT_TRUE(waiter.sleeps());
+    EXPECT_EQ(pthread_unlock_mutex(mutex), 0);
+    EXPECT_EQ(waiter.result(), 0);
+    EXPECT_EQ(pthread_free_mutex(mutex), 0);
+}
+
+TEST(Mutex, LendsItsHolderThePriorityOfWhoWaits) {
+    if (!test::may_run_realtime()) {
+        GTEST_SKIP() << "no right to real-time scheduling";
+    }
+    const int32_t mutex = pthread_request_mutex();
+    const int32_t leave = pthread_request_sem(0);
+    Caller holder([&] {
+        pthread_lock_mutex(mutex);
+        pthread_sem_wait(leave, 0, 0);
+        pthread_unlock_mutex(mutex);
+        return 0;
+    });
+    ASSERT_TRUE(holder.sleeps());
+    const int normal = holder.kernel_priority();
+    Caller waiter([&] {
+        pthread_set_param(10, PTHREAD_POLICY_FIFO);
+        return pthread_lock_mutex(mutex) + pthread_unlock_mutex(mutex);
+    });
+    EXPECT_TRUE(test::wait_until([&] { return holder.kernel_priority() == -11; }));
+    pthread_sem_signal(leave);
+    EXPECT_EQ(waiter.result(), 0);
+    EXPECT_NE(normal, -11);
+    pthread_free_sem(leave);
+    pthread_free_mutex(mutex);
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include "os/os.h"
+#include "tests/os/support.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using test::Caller;
+
+int empty_after(int32_t semaphore) {
+    return pthread_sem_wait(semaphore, 1, 0);
+}
+
+TEST(Semaphore, LetsAsManyPassAsItCounts) {
+    const int32_t semaphore = pthread_request_sem(2);
+    EXPECT_EQ(pthread_sem_wait(semaphore, 0, 0), 0);
+    EXPECT_EQ(pthread_sem_wait(semaphore, 0, 0), 0);
+    Caller third([&] { return pthread_sem_wait(semaphore, 0, 0); });
+    EXPECT_TRUE(third.sleeps());
+    EXPECT_EQ(pthread_sem_signal(semaphore), 0);
+    EXPECT_EQ(third.result(), 0);
+    EXPECT_EQ(empty_after(semaphore), ETIMEDOUT);
+    EXPECT_EQ(pthread_free_sem(semaphore), 0);
+}
+
+TEST(Semaphore, GivesOneOrAllOfItsSignals) {
+    for (const uint8_t take_all : std::vector<uint8_t>{0, 1, 128}) {
+        const int32_t semaphore = pthread_request_sem(0);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(pthread_sem_signal(semaphore), 0);
+        }
+        EXPECT_EQ(pthread_sem_wait(semaphore, 1000, take_all), 0);
+        EXPECT_EQ(empty_after(semaphore), take_all != 0 ? ETIMEDOUT : 0);
+        EXPECT_EQ(pthread_free_sem(semaphore), 0);
+    }
+}
+
+TEST(Semaphore, CountsTheTimeOutInMilliseconds) {
+    const int32_t semaphore = pthread_request_sem(0);
+    for (const uint32_t timeout_ms : {50u, 1100u}) {
+        const auto taken = test::time_of(
+            [&] { EXPECT_EQ(pthread_sem_wait(semaphore, timeout_ms, 1), ETIMEDOUT); });
+        EXPECT_GE(taken, 1ms * timeout_ms);
+        EXPECT_LT(taken, 1ms * timeout_ms + 2s);
+    }
+    Caller longest([&] { return pthread_sem_wait(semaphore, UINT32_MAX, 0); });
+    EXPECT_TRUE(longest.sleeps());
+    pthread_sem_signal(semaphore);
+    EXPECT_EQ(longest.result(), 0) << "a signal ends a wait with a time-out";
+    EXPECT_EQ(pthread_free_sem(semaphore), 0);
+}
+
+TEST(Semaphore, WakesOneWaiterPerSignal) {
+    const int32_t semaphore = pthread_request_sem(0);
+    std::vector<std::unique_ptr<Caller>> waiters;
+    for (int i = 0; i < 4; ++i) {
+        waiters.push_back(
+            std::make_unique<Caller>([&] { return pthread_sem_wait(semaphore, 0, 0); }));
+        EXPECT_TRUE(waiters.back()->sleeps());
+    }
+    pthread_sem_signal(semaphore);
+    EXPECT_EQ(empty_after(semaphore), ETIMEDOUT);
+    const auto released = [&] {
+        return std::count_if(waiters.begin(), waiters.end(), [](auto& w) { return w->done(); });
+    };
+    EXPECT_LE(released(), 1);
+    for (int i = 0; i < 3; ++i) {
+        pthread_sem_signal(semaphore);
+    }
+    for (auto& waiter : waiters) {
+        EXPECT_EQ(waiter->result(), 0);
+    }
+    EXPECT_EQ(empty_after(semaphore), ETIMEDOUT);
+    EXPECT_EQ(pthread_free_sem(semaphore), 0);
+}
+
+TEST(Semaphore, LosesNoSignalBetweenManyThreads) {
+    constexpr int rounds = 5000;
+    const int32_t semaphore = pthread_request_sem(0);
+    const auto signal = [&] {
+        for (int i = 0; i < rounds; ++i) {
+            pthread_sem_signal(semaphore);
+        }
+        return 0;
+    };
+    const auto take = [&] {
+        int taken = 0;
+        while (taken < rounds && pthread_sem_wait(semaphore, 10000, 0) == 0) {
+            ++taken;
+        }
+        return taken;
+    };
+    Caller a(take), b(take), c(signal), d(signal);
+    EXPECT_EQ(a.result() + b.result(), 2 * rounds);
+    c.result();
+    d.result();
+    EXPECT_EQ(empty_after(semaphore), ETIMEDOUT);
+    EXPECT_EQ(pthread_free_sem(semaphore), 0);
+}
+
+}  // namespace

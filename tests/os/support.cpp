@@ -1,0 +1,110 @@
+#include "tests/os/support.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <string>
+
+#include "tests/support/process.h"
+
+namespace test {
+
+namespace {
+
+// Field `number` of the kernel's record of a thread, 3 being the first after its name.
+std::string thread_field(int kernel_id, int number) {
+    const std::string record = read_file("/proc/self/task/" + std::to_string(kernel_id) + "/stat");
+    const size_t name_end = record.rfind(')');
+    if (name_end == std::string::npos) {
+        return "";
+    }
+    std::istringstream fields(record.substr(name_end + 1));
+    std::string field;
+    for (int at = 3; at <= number; ++at) {
+        fields >> field;
+    }
+    return field;
+}
+
+}  // namespace
+
+Caller::Caller(std::function<int()> call)
+    : thread_([this, call = std::move(call)] {
+          kernel_id_ = gettid();
+          result_ = call();
+          done_ = true;
+      }) {
+    wait_until([this] { return kernel_id_ != 0; });
+}
+
+Caller::~Caller() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+bool Caller::sleeps() {
+    wait_until([this] { return done_ || state() == 'S'; });
+    return !done_;
+}
+
+int Caller::result() {
+    EXPECT_TRUE(wait_until([this] { return done_.load(); })) << "the call does not return";
+    thread_.join();
+    return result_;
+}
+
+int Caller::kernel_priority() const {
+    const std::string field = thread_field(kernel_id_, 18);
+    return field.empty() ? 0 : std::stoi(field);
+}
+
+char Caller::state() const {
+    const std::string field = thread_field(kernel_id_, 3);
+    return field.empty() ? '?' : field[0];
+}
+
+bool may_run_realtime() {
+    bool allowed = false;
+    std::thread([&allowed] {
+        sched_param parameter{};
+        parameter.sched_priority = 1;
+        allowed = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameter) == 0;
+    }).join();
+    return allowed;
+}
+
+bool drop_privileges() {
+    constexpr uid_t nobody = 65534;
+    return getuid() != 0 || setresuid(nobody, nobody, nobody) == 0;
+}
+
+int in_child(const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(body());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+std::chrono::nanoseconds time_of(const std::function<void()>& call) {
+    const auto begin = Clock::now();
+    call();
+    return Clock::now() - begin;
+}
+
+void* element(uintptr_t number) {
+    return reinterpret_cast<void*>(number + 1);
+}
+
+uintptr_t number(const void* element) {
+    return reinterpret_cast<uintptr_t>(element) - 1;
+}
+
+}  // namespace test

@@ -1,0 +1,118 @@
+// How an unprivileged process comes to a real-time priority: by raising its own soft limit.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "os/os.h"
+#include "tests/os/support.h"
+
+namespace {
+
+// The limits that the system calls below go by; the kernel's own when empty.
+std::optional<rlimit> pretended;
+int limit_changes = 0;
+
+template <typename... Arguments>
+int system_call(long number, Arguments... arguments) {
+    return static_cast<int>(syscall(number, arguments...));
+}
+
+}  // namespace
+
+// The library finds these before those of the C library, so that the kernel's rule for
+// unprivileged processes can be played through where the limits of the machine are fixed.
+extern "C" int sched_setscheduler(pid_t thread, int policy, const sched_param* parameter) noexcept {
+    if (!pretended) {
+        return system_call(SYS_sched_setscheduler, thread, policy, parameter);
+    }
+    if (static_cast<rlim_t>(parameter->sched_priority) > pretended->rlim_cur) {
+        errno = EPERM;
+        return -1;
+    }
+    return 0;
+}
+
+extern "C" int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
+    if (!pretended) {
+        return system_call(SYS_getrlimit, resource, limit);
+    }
+    *limit = *pretended;
+    return 0;
+}
+
+extern "C" int setrlimit(__rlimit_resource_t resource, const rlimit* limit) noexcept {
+    if (!pretended) {
+        return system_call(SYS_setrlimit, resource, limit);
+    }
+    ++limit_changes;
+    pretended = *limit;
+    return 0;
+}
+
+namespace {
+
+TEST(TaskLimit, IsRaisedAsFarAsTheHardLimitAllows) {
+    struct Case {
+        const char* what;
+        rlimit before;
+        int32_t priority;
+        int32_t result;
+        rlim_t soft_after;
+    };
+    const Case cases[] = {
+        {"raised to what is asked for", {0, 99}, 50, 0, 50},
+        {"raised to the hard limit itself", {10, 20}, 20, 0, 20},
+        {"no hard limit", {0, RLIM_INFINITY}, 99, 0, 99},
+        {"low enough already", {50, 99}, 50, 0, 50},
+        {"above the hard limit", {0, 49}, 50, -1, 0},
+        {"nothing allowed", {0, 0}, 1, -1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        pretended = c.before;
+        limit_changes = 0;
+        EXPECT_EQ(pthread_set_param(c.priority, PTHREAD_POLICY_FIFO), c.result);
+        const rlimit after = *pretended;
+        pretended.reset();
+        EXPECT_EQ(after.rlim_cur, c.soft_after);
+        EXPECT_EQ(after.rlim_max, c.before.rlim_max);
+        EXPECT_EQ(limit_changes, c.soft_after != c.before.rlim_cur ? 1 : 0);
+    }
+}
+
+TEST(TaskLimit, IsRaisedByTheKernelForAnUnprivilegedProcess) {
+    constexpr int refused_setup = 99;
+    const int status = test::in_child([] {
+        const rlimit limit{0, 99};
+        if (setrlimit(RLIMIT_RTPRIO, &limit) != 0 || !test::drop_privileges()) {
+            return refused_setup;
+        }
+        rlimit after{};
+        const bool raised = pthread_set_param(50, PTHREAD_POLICY_FIFO) == 0 &&
+                            getrlimit(RLIMIT_RTPRIO, &after) == 0 && after.rlim_cur == 50 &&
+                            after.rlim_max == 99 && sched_getscheduler(0) == SCHED_FIFO;
+        return raised ? 0 : 1;
+    });
+    if (status == refused_setup) {
+        GTEST_SKIP() << "the hard limit of real-time priorities can't be raised here";
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST(TaskLimit, OfZeroForbidsRealTimeToAnUnprivilegedProcess) {
+    EXPECT_EQ(test::in_child([] {
+                  const rlimit none{0, 0};
+                  if (setrlimit(RLIMIT_RTPRIO, &none) != 0 || !test::drop_privileges()) {
+                      return 2;
+                  }
+                  return pthread_set_param(1, PTHREAD_POLICY_FIFO) == -1 ? 0 : 1;
+              }),
+              0);
+}
+
+}  // namespace
