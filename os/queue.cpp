@@ -388,14 +388,13 @@ int8_t queue_empty(Queue* queue) {
 }
 
 int8_t queue_set_new_data(Queue* queue, uint8_t flag) {
-    const int8_t result = locked(queue, [=](Queue& q) -> int8_t {
+    return locked(queue, [=](Queue& q) -> int8_t {
         q.new_data = flag;
+        if (flag == 0) {
+            wake_all(q);
+        }
         return ok;
     });
-    if (result == ok && flag == 0) {
-        wake_all(*queue);
-    }
-    return result;
 }
 
 uint8_t queue_get_new_data(Queue* queue) {

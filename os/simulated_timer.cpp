@@ -80,15 +80,18 @@ bool start_simulation() {
     return true;
 }
 
-int32_t request_simulated_timer(uint32_t period_us, TimerCallback callback, void* arg) {
-    return simulated_timers.request([&](SimulatedTimer& timer) {
-        const uint32_t period_ns = period_us * 1000;  // wraps around: documented
-        timer.divider = period_ns < tick_ns ? 1 : period_ns / tick_ns;
-        timer.ticks = 0;
-        timer.callback = callback;
-        timer.arg = arg;
-        return true;
-    });
+bool request_simulated_timer(uint32_t period_us, TimerCallback callback, void* arg,
+                             uint32_t& slot) {
+    const int32_t lowest = simulated_timers.lowest_free();
+    if (lowest < 0) {
+        return false;
+    }
+    slot = static_cast<uint32_t>(lowest);
+    const uint32_t period_ns = period_us * 1000;  // wraps around: documented
+    const uint32_t divider = period_ns < tick_ns ? 1 : period_ns / tick_ns;
+    simulated_timers[lowest] = {divider, 0, callback, arg};
+    simulated_timers.mark(lowest);
+    return true;
 }
 
 int32_t free_simulated_timer(int32_t slot) {

@@ -9,8 +9,9 @@ namespace vexo {
 // Starts the thread unless it runs. Returns whether it runs.
 bool start_simulation();
 
-// Takes the lowest free slot, which ticks from now on. Returns the slot, or -1.
-int32_t request_simulated_timer(uint32_t period_us, TimerCallback callback, void* arg);
+// Takes the lowest free slot, which ticks from now on; `slot` is set before the first callback.
+// Returns whether there was one.
+bool request_simulated_timer(uint32_t period_us, TimerCallback callback, void* arg, uint32_t& slot);
 
 // Gives a slot back and, unless called from a callback, waits until the slot's callback is not
 // running. Returns 0, or -1 for a bad or free slot.

@@ -94,12 +94,8 @@ bool make_own_thread_timer(TimerRecord& timer, uint32_t stack_size, int32_t prio
 }
 
 bool make_simulated_timer(TimerRecord& timer) {
-    if (!vexo::start_simulation()) {
-        return false;
-    }
-    const int32_t slot = vexo::request_simulated_timer(timer.period, timer.callback, timer.arg);
-    timer.index = static_cast<uint32_t>(slot);
-    return slot >= 0;
+    return vexo::start_simulation() &&
+           vexo::request_simulated_timer(timer.period, timer.callback, timer.arg, timer.index);
 }
 
 bool make_timer(TimerRecord& timer, SignalHandler handler, uint32_t stack_size, int32_t priority) {

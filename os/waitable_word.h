@@ -21,14 +21,12 @@ struct WaitableWord {
     // wait: 0, or the error number that ended it.
     int wait_for_any(uint32_t mask, const Deadline& deadline);
 
-    // Changes the value with `update` and wakes one waiter, after unlocking, so that it doesn't
-    // wake into a locked mutex.
+    // Changes the value with `update` and wakes one waiter. Nothing is touched after unlocking: the
+    // thread that the change lets pass may destroy the word at once.
     template <typename Update>
     void change(Update update) {
-        {
-            const MutexLock lock(mutex);
-            update(value);
-        }
+        const MutexLock lock(mutex);
+        update(value);
         pthread_cond_signal(&changed);
     }
 };

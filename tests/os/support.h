@@ -37,6 +37,15 @@ private:
     std::thread thread_;
 };
 
+// Whether a sanitizer is at work, which takes memory and widens stacks.
+constexpr bool sanitized() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#else
+    return false;
+#endif
+}
+
 // Whether threads of this process may have real-time scheduling.
 bool may_run_realtime();
 

@@ -2,57 +2,10 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <optional>
 
 #include "os/os.h"
+#include "tests/os/pretended_limits.h"
 #include "tests/os/support.h"
-
-namespace {
-
-// The limits that the system calls below go by; the kernel's own when empty.
-std::optional<rlimit> pretended;
-int limit_changes = 0;
-
-template <typename... Arguments>
-int system_call(long number, Arguments... arguments) {
-    return static_cast<int>(syscall(number, arguments...));
-}
-
-}  // namespace
-
-// The library finds these before those of the C library, so that the kernel's rule for
-// unprivileged processes can be played through where the limits of the machine are fixed.
-extern "C" int sched_setscheduler(pid_t thread, int policy, const sched_param* parameter) noexcept {
-    if (!pretended) {
-        return system_call(SYS_sched_setscheduler, thread, policy, parameter);
-    }
-    if (static_cast<rlim_t>(parameter->sched_priority) > pretended->rlim_cur) {
-        errno = EPERM;
-        return -1;
-    }
-    return 0;
-}
-
-extern "C" int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
-    if (!pretended) {
-        return system_call(SYS_getrlimit, resource, limit);
-    }
-    *limit = *pretended;
-    return 0;
-}
-
-extern "C" int setrlimit(__rlimit_resource_t resource, const rlimit* limit) noexcept {
-    if (!pretended) {
-        return system_call(SYS_setrlimit, resource, limit);
-    }
-    ++limit_changes;
-    pretended = *limit;
-    return 0;
-}
 
 namespace {
 
@@ -74,14 +27,14 @@ TEST(TaskLimit, IsRaisedAsFarAsTheHardLimitAllows) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        pretended = c.before;
-        limit_changes = 0;
+        test::limit_changes = 0;
+        test::pretended_limits = c.before;
         EXPECT_EQ(pthread_set_param(c.priority, PTHREAD_POLICY_FIFO), c.result);
-        const rlimit after = *pretended;
-        pretended.reset();
+        const rlimit after = *test::pretended_limits;
+        test::pretended_limits.reset();
         EXPECT_EQ(after.rlim_cur, c.soft_after);
         EXPECT_EQ(after.rlim_max, c.before.rlim_max);
-        EXPECT_EQ(limit_changes, c.soft_after != c.before.rlim_cur ? 1 : 0);
+        EXPECT_EQ(test::limit_changes, c.soft_after != c.before.rlim_cur ? 1 : 0);
     }
 }
 

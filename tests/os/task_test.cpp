@@ -60,14 +60,6 @@ bool same(const cpu_set_t& a, const cpu_set_t& b) {
     return CPU_EQUAL(&a, &b) != 0;
 }
 
-constexpr bool sanitized() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return true;
-#else
-    return false;
-#endif
-}
-
 TEST(Task, HasTheStackItAsksForButNotLessThanTheLeast) {
     for (const auto& [wanted, expected] : {std::pair{0u, 16384u},
                                            {16383u, 16384u},
@@ -76,7 +68,7 @@ TEST(Task, HasTheStackItAsksForButNotLessThanTheLeast) {
                                            {1u << 20, 1u << 20}}) {
         const size_t stack_size = view_from_task(wanted).stack_size;
         EXPECT_GE(stack_size, expected);
-        if (!sanitized()) {  // the sanitizers widen small stacks
+        if (!test::sanitized()) {  // the sanitizers widen small stacks
             EXPECT_EQ(stack_size, expected);
         }
     }
@@ -112,22 +104,23 @@ TEST(Task, LeavesNothingBehind) {
         ASSERT_EQ(pthread_sem_wait(ended, 10000, 0), 0);
     }
     const auto mapped_pages = [] { return std::stoull(test::read_file("/proc/self/statm")); };
-    if (!sanitized()) {  // whose shadow memory is counted too
+    if (!test::sanitized()) {  // whose shadow memory is counted too
         EXPECT_TRUE(test::wait_until([&] { return mapped_pages() * 4096 < 20ULL * stack_size; }));
     }
     pthread_free_sem(ended);
 }
 
 TEST(Task, CannotBeMadeWithoutMemoryForItsStack) {
-    EXPECT_EQ(test::in_child([] {
-                  const rlimit little{256U << 20, 256U << 20};
-                  if (!sanitized() && setrlimit(RLIMIT_AS, &little) != 0) {
-                      return 2;
-                  }
-                  const auto entry = [](void* arg) { return arg; };
-                  return sanitized() || pthread_create_task(entry, nullptr, 3U << 30) == -1 ? 0 : 1;
-              }),
-              0);
+    EXPECT_EQ(
+        test::in_child([] {
+            const rlimit little{256U << 20, 256U << 20};
+            if (!test::sanitized() && setrlimit(RLIMIT_AS, &little) != 0) {
+                return 2;
+            }
+            const auto entry = [](void* arg) { return arg; };
+            return test::sanitized() || pthread_create_task(entry, nullptr, 3U << 30) == -1 ? 0 : 1;
+        }),
+        0);
 }
 
 TEST(Task, SetsItsNameIfShortEnough) {
