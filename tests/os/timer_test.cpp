@@ -283,11 +283,17 @@ TEST_F(SimulatedTimer, CallsWithItsSlotNotItsRow) {
 TEST_F(SimulatedTimer, StopsCallingWhenItIsFreed) {
     for (int round = 0; round < 20; ++round) {
         auto calls = std::make_unique<Calls>();
-        calls->act = [](int) { std::this_thread::sleep_for(1ms); };
+        std::atomic<bool> inside{false};
+        calls->act = [&inside](int) {
+            inside = true;
+            std::this_thread::sleep_for(2ms);
+            inside = false;
+        };
         const int32_t timer = request_simulated(500, *calls);
         ASSERT_EQ(timer, 0);
         ASSERT_TRUE(calls->goes_on(1));
         ASSERT_EQ(pthread_free_timer(timer), 0);
+        EXPECT_FALSE(inside) << "a running call is waited for";
         EXPECT_TRUE(calls->stands_still(5ms));
         EXPECT_EQ(calls->index, 0) << "the slot was given back too";
         calls.reset();  // a late call would touch freed memory
@@ -355,7 +361,7 @@ TEST_F(RealTimeTiming, SimulatedTimersKeepToTheirGrid) {
     for (int i = 0; i < 3; ++i) {
         ASSERT_EQ(request_simulated(periods_us[i], calls[i]), i);
     }
-    // Signals that interrupt the thread's sleep must not make it tick early.
+    // Signals that interrupt the thread's sleep, several in each tick, must not make it tick early.
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, nullptr);
@@ -364,7 +370,7 @@ TEST_F(RealTimeTiming, SimulatedTimersKeepToTheirGrid) {
     std::thread disturber([&] {
         while (!done) {
             tgkill(getpid(), calls[0].thread, SIGUSR1);
-            std::this_thread::sleep_for(700us);
+            std::this_thread::sleep_for(100us);
         }
     });
     for (int i = 0; i < 3; ++i) {
