@@ -13,7 +13,8 @@
    Rows. Mutexes, message queues, semaphores, event groups and timers are rows of fixed tables.
    pthread_request_* hands out the lowest free row, pthread_free_* gives it back, and all calls
    between name the object by that row. The tables have no lock: request and free from one thread,
-   usually at start-up and shut-down, and free a row only when no other thread uses it any more.
+   usually at start-up and shut-down, and free a row only when no other thread uses it any more
+   (tasks that pend on a message queue are released by its end).
    Everything between is open to all threads. Two threads that request at the same moment may get
    the same row.
 
