@@ -1,11 +1,13 @@
 #include "client/receive_thread.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "client/received_stream.h"
 #include "client/registry.h"
 #include "client/vexo.h"
+#include "log/mutex_lock.h"
 
 pthread_t th_receive;
 uint32_t recv_thread_init_ok;
@@ -17,27 +19,25 @@ namespace {
 // Held by the receive thread during a pass, and never while it waits.
 pthread_mutex_t pass_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-void end_pass(void*) {
-    pthread_mutex_unlock(&pass_mutex);
-}
-
-// The one place where cancellation takes effect outside the wait.
-void cancellation_point() {
-    int state = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-    pthread_testcancel();
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-}
+// Teardown has asked the thread to end. Stays set: there is no second thread.
+std::atomic<bool> end_requested{false};
 
 // A count of handles that failed connections have let grow is cut to what a list can hold.
 uint32_t handle_count(const uint32_t* list) {
     return std::min<uint32_t>(list[0], VEXO_MAX_HANDLES);
 }
 
+void cancellation_point() {
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pthread_testcancel();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+}
+
 // The handles that one receive thread serves.
 class Receiver {
 public:
-    explicit Receiver(const uint32_t* list) : count_(handle_count(list)) {
+    void serve(const uint32_t* list) {
+        count_ = handle_count(list);
         for (uint32_t i = 0; i < count_; ++i) {
             streams_[i] = ReceivedStream(list[1 + i]);
             polled_[i] = {-1, POLLIN, 0};
@@ -58,13 +58,9 @@ public:
         return true;
     }
 
-    // Waits until something comes for any handle. May be cancelled.
+    // Waits until something comes for any handle.
     void wait() {
-        int state = 0;
-        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
-        const int ready = poll(polled_, count_, ReceivedStream::kWaitMilliseconds);
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-        if (ready < 0) {
+        if (poll(polled_, count_, ReceivedStream::kWaitMilliseconds) < 0) {
             forget_events();
         }
     }
@@ -76,9 +72,9 @@ private:
         }
     }
 
-    uint32_t count_;
+    uint32_t count_ = 0;
     ReceivedStream streams_[VEXO_MAX_HANDLES];
-    pollfd polled_[VEXO_MAX_HANDLES];
+    pollfd polled_[VEXO_MAX_HANDLES] = {};
 };
 
 // The list as it was when the thread was started: the application may go on changing its own.
@@ -109,26 +105,28 @@ using namespace vexo;
 
 // The thread's life. It is started once per process, by the first vexo_thread_init(), for the
 // handles registered by then, and passes over them whenever something has come for one of them, or
-// 5 ms have gone by. It ends when it is cancelled, which takes effect while it waits or as a pass
-// begins, never within one; or at a pass that finds one of its handles gone. Teardown takes the
-// pass mutex, so that no pass runs meanwhile, cancels the thread, and then takes its handle away: a
-// thread that was about to begin a pass waits for the mutex and then meets its cancellation.
+// 5 ms have gone by. It ends at the top of a pass, when it has been cancelled; or in a pass that
+// finds one of its handles gone. Teardown takes the pass mutex, so that no pass runs meanwhile,
+// asks the thread to end, and then takes its handle away: a thread that was about to begin a pass
+// waits for the mutex and then sees the request. (A request, and not pthread_cancel(), because the
+// thread then unwinds its stack as any function does. An application may still cancel it.)
 void* receive_thread(void* list) {
-    int state = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-    Receiver receiver(static_cast<const uint32_t*>(list));
-    bool all_there = true;
-    while (all_there) {
-        pthread_mutex_lock(&pass_mutex);
-        pthread_cleanup_push(end_pass, nullptr);
+    static thread_local Receiver receiver;  // not left behind on the stack by a cancellation
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    receiver.serve(static_cast<const uint32_t*>(list));
+    for (;;) {
         cancellation_point();
-        all_there = receiver.pass();
-        pthread_cleanup_pop(1);
-        if (all_there) {
-            receiver.wait();
+        {
+            const MutexLock pass(pass_mutex);
+            if (end_requested.load(std::memory_order_relaxed)) {
+                return PTHREAD_CANCELED;
+            }
+            if (!receiver.pass()) {
+                return nullptr;
+            }
         }
+        receiver.wait();
     }
-    return nullptr;
 }
 
 int32_t vexo_thread_init(uint32_t* list) {
@@ -147,7 +145,7 @@ int32_t vexo_thread_init(uint32_t* list) {
 
 int32_t vexo_thread_destroy(void) {
     if (recv_thread_init_ok != 0) {
-        pthread_cancel(th_receive);
+        end_requested.store(true, std::memory_order_relaxed);
     }
     return 0;
 }

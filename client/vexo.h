@@ -292,8 +292,9 @@ VEXO_API int32_t vexo_thread_destroy(void);
 
 /*
  * The body of the receive thread, with the list of handles as its argument: for a thread of the
- * application's own making in place of vexo_thread_init(). Runs until it is cancelled or a handle
- * of the list is gone ("vexo_thread--VexoHandle not found"); returns null.
+ * application's own making in place of vexo_thread_init(). Runs until it is cancelled, which takes
+ * effect between two passes, or vexo_thread_destroy() has been called (it returns PTHREAD_CANCELED),
+ * or a handle of the list is gone ("vexo_thread--VexoHandle not found"; it returns null).
  */
 VEXO_API void* receive_thread(void* list);
 
