@@ -168,23 +168,24 @@ int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* r
     if (names == nullptr) {
         return -1;
     }
-    char list[VEXO_NAME_LIST_MAX + 1];
+    // The names and the pointers to them, in one block: the list may be long, and stacks short.
     const size_t length = strnlen(names, VEXO_NAME_LIST_MAX);
-    std::memcpy(list, names, length);
-    list[length] = '\0';
-
-    const auto count = static_cast<int32_t>(1 + std::count(list, list + length, ','));
-    auto** items =
-        static_cast<const char**>(std::malloc(static_cast<size_t>(count) * sizeof(const char*)));
-    if (items == nullptr) {
+    const auto count = static_cast<int32_t>(1 + std::count(names, names + length, ','));
+    const size_t pointers = static_cast<size_t>(count) * sizeof(const char*);
+    void* block = std::malloc(pointers + length + 1);
+    if (block == nullptr) {
         report({handle, __func__}, "malloc failed");
         return -1;
     }
+    auto** items = static_cast<const char**>(block);
+    char* list = static_cast<char*>(block) + pointers;
+    std::memcpy(list, names, length);
+    list[length] = '\0';
     split(list, items);
     const Find find_row = find_of_kind(kind);
     for (int32_t i = 0; find_row != nullptr && i < count; ++i) {
         results[i] = items[i] != nullptr ? find_row(handle, items[i]) : -1;
     }
-    std::free(items);
+    std::free(block);
     return count;
 }
