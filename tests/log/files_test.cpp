@@ -1,0 +1,150 @@
+// Which file a line goes to, and what becomes of the files.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+
+#include "tests/log/log_files.h"
+
+using namespace test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+// Waits until the writer has handled all lines before this one.
+void wait_for_writer(uint32_t marker_handle, const std::string& marker_file) {
+    log_write(marker_handle, "f", "marker");
+    ASSERT_TRUE(
+        wait_until([&] { return read_file(marker_file).find("marker") != std::string::npos; }));
+}
+
+std::vector<uint32_t> ten_handles() {
+    std::vector<uint32_t> handles;
+    for (int i = 1; i <= 10; ++i) {
+        handles.push_back(make_handle("10.1.0." + std::to_string(i)));
+    }
+    return handles;
+}
+
+}  // namespace
+
+struct Naming {
+    const char* name;
+    const char* address;
+    const char* key;
+    const char* file;
+};
+
+void PrintTo(const Naming& naming, std::ostream* out) {
+    *out << naming.name;
+}
+
+class LogFileName : public ::testing::TestWithParam<Naming> {};
+
+TEST_P(LogFileName, FollowsFromTheAddress) {
+    const uint32_t handle = make_handle(GetParam().address);
+    log_init();
+    log_write(handle, "f", "x");
+    log_cleanup();
+    EXPECT_THAT(files_here(), ElementsAre(GetParam().file));
+    EXPECT_THAT(lines_after(banner_of(GetParam().key), read_file(GetParam().file)),
+                ElementsAre("Function:f Handle:" + std::to_string(handle) + " x"));
+}
+
+#define SIXTY_THREE_CHARACTERS "robot-cell-0123456789-0123456789-0123456789-0123456789-01234567"
+static_assert(sizeof SIXTY_THREE_CHARACTERS == 63 + 1);
+
+INSTANTIATE_TEST_SUITE_P(
+    Addresses, LogFileName,
+    ::testing::Values(Naming{"Dotted", "192.168.1.10", "192.168.1.10", "vexo_192_168_1_10_log"},
+                      Naming{"Word", "robot", "robot", "vexo_robot_log"},
+                      Naming{"NameOfTheGeneralKey", "sys_log", "sys_log", "vexo_sys_log_log"},
+                      Naming{"Empty", "", "", "vexo__log"},
+                      Naming{"TooLong", SIXTY_THREE_CHARACTERS ".and.more", SIXTY_THREE_CHARACTERS,
+                             "vexo_" SIXTY_THREE_CHARACTERS "_log"}));
+
+TEST(LogFile, IsSharedByTheHandlesOfOneAddress) {
+    const uint32_t one = make_handle("10.0.0.5");
+    const uint32_t other = make_handle("10.0.0.5");
+    log_init();
+    log_write(one, "f", "x");
+    log_write(other, "f", "y");
+    log_cleanup();
+    EXPECT_THAT(lines_after(banner_of("10.0.0.5"), read_file("vexo_10_0_0_5_log")),
+                ElementsAre("Function:f Handle:" + std::to_string(one) + " x",
+                            "Function:f Handle:" + std::to_string(other) + " y"));
+}
+
+TEST(LogFile, IsMadeWithTheFirstLineAndFlushedWithEach) {
+    log_init();
+    EXPECT_THAT(files_here(), IsEmpty());
+    for (const std::string text : {"first", "second"}) {
+        log_write(0, "f", text.c_str());
+        EXPECT_TRUE(wait_until([&] { return read_file(kGeneralFile).ends_with(text + "\n"); }));
+    }
+    log_cleanup();
+}
+
+TEST(LogFile, StartsAnewEachTimeTheLogStarts) {
+    for (const std::string text : {"first", "second"}) {
+        log_init();
+        log_write(0, "f", text.c_str());
+        EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 " + text));
+    }
+}
+
+TEST(LogFile, IsRefusedToAnEleventhKeyUntilTheLogStartsAgain) {
+    std::vector<uint32_t> handles = ten_handles();
+    for (const bool general_first : {false, true}) {
+        std::vector<uint32_t> order = handles;
+        order.insert(general_first ? order.begin() : order.end(), 0);
+        std::set<std::string> expected;
+        for (int i = 1; i <= (general_first ? 9 : 10); ++i) {
+            expected.insert(file_of("10.1.0." + std::to_string(i)));
+        }
+        if (general_first) {
+            expected.insert(kGeneralFile);
+        }
+
+        log_init();
+        for (const uint32_t handle : order) {
+            log_write(handle, "f", "x");
+        }
+        log_write(order.back(), "f", "still without a file");
+        log_write(order.front(), "f", "goes on");
+        log_cleanup();
+        EXPECT_EQ(files_here(), expected);
+        const std::string front = general_first ? kGeneralFile : file_of("10.1.0.1");
+        EXPECT_TRUE(read_file(front).ends_with(" goes on\n"));
+        for (const std::string& file : expected) {
+            std::filesystem::remove(file);
+        }
+    }
+}
+
+TEST(LogFile, ThatCannotBeOpenedIsTriedAgainWithTheNextLine) {
+    const uint32_t marker = make_handle("10.0.0.5");
+    std::filesystem::create_directory(kGeneralFile);
+    log_init();
+    log_write(0, "f", "lost");
+    wait_for_writer(marker, "vexo_10_0_0_5_log");
+    std::filesystem::remove(kGeneralFile);
+    log_write(0, "f", "kept");
+    EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 kept"));
+}
+
+TEST(LogFile, IsNotInheritedByPrograms) {
+    log_init();
+    const std::set<int> before = open_descriptors();
+    log_write(0, "f", "x");
+    ASSERT_TRUE(wait_until([] { return read_file(kGeneralFile).ends_with(" x\n"); }));
+    int found = 0;
+    for (const int fd : open_descriptors()) {
+        if (!before.contains(fd)) {
+            ++found;
+            EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+        }
+    }
+    EXPECT_EQ(found, 1);
+    log_cleanup();
+    EXPECT_EQ(open_descriptors(), before);
+}

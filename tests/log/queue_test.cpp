@@ -1,0 +1,187 @@
+// How lines wait for the writer, and what starts and ends it.
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <map>
+#include <thread>
+
+#include "net/exchange_socket.h"
+#include "tests/log/log_files.h"
+
+using namespace test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+namespace {
+
+std::string line_of(const std::string& text) {
+    return "Function:f Handle:0 " + text;
+}
+
+void log_numbers(int count) {
+    for (int i = 0; i < count; ++i) {
+        log_write(0, "f", std::to_string(i).c_str());
+    }
+}
+
+size_t threads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+// Each thread logs numbered texts that name it again and again, so that a mixture shows.
+std::string text_of(int thread, int number) {
+    const std::string one = std::to_string(thread) + "-" + std::to_string(number);
+    std::string text = one;
+    while (text.size() < 900) {
+        text += " " + one;
+    }
+    return text;
+}
+
+template <typename Log>
+void log_from_eight_threads(Log log) {
+    std::vector<std::thread> all;
+    for (int thread = 0; thread < 8; ++thread) {
+        all.emplace_back([thread, log] {
+            for (int number = 0; number < 500; ++number) {
+                log(text_of(thread, number));
+            }
+        });
+    }
+    for (std::thread& thread : all) {
+        thread.join();
+    }
+}
+
+// Every text is one thread's own, and those of a thread are in order.
+void expect_whole(const std::vector<std::string>& texts) {
+    std::map<int, int> last;
+    for (const std::string& text : texts) {
+        int thread = -1;
+        int number = -1;
+        ASSERT_EQ(std::sscanf(text.c_str(), "%d-%d", &thread, &number), 2) << text;
+        ASSERT_EQ(text, text_of(thread, number));
+        const auto previous = last.find(thread);
+        ASSERT_TRUE(previous == last.end() || previous->second < number) << text;
+        last[thread] = number;
+    }
+}
+
+}  // namespace
+
+TEST(LogQueue, Holds31LinesWhileTheWriterIsBlocked) {
+    BlockedWriter writer;
+    log_init();
+    writer.block("taken");
+    log_numbers(40);
+    std::vector<std::string> expected = {line_of("taken")};
+    for (int i = 0; i < 31; ++i) {
+        expected.push_back(line_of(std::to_string(i)));
+    }
+    EXPECT_EQ(writer.finished_lines(), expected);
+}
+
+TEST(LogQueue, NeverMakesACallerWaitForTheDisk) {
+    BlockedWriter writer;
+    log_init();
+    writer.block("taken");
+    const auto start = std::chrono::steady_clock::now();
+    log_numbers(1000);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(writer.finished_lines().size(), 32u);
+}
+
+TEST(LogQueue, KeepsWhatWasLoggedBeforeTheEnd) {
+    for (int round = 0; round < 20; ++round) {
+        log_init();
+        log_numbers(31);
+        const std::vector<std::string> lines = finished_general_lines();
+        ASSERT_EQ(lines.size(), 31u);
+        EXPECT_EQ(lines.front(), line_of("0"));
+        EXPECT_EQ(lines.back(), line_of("30"));
+    }
+}
+
+TEST(LogQueue, TakesLinesFromManyThreadsWhole) {
+    log_init();
+    log_from_eight_threads([](const std::string& text) { log_write(0, "f", text.c_str()); });
+    std::vector<std::string> lines = finished_general_lines();
+    EXPECT_GE(lines.size(), 31u);
+    for (std::string& line : lines) {
+        ASSERT_THAT(line, StartsWith(line_of("")));
+        line.erase(0, line_of("").size());
+    }
+    expect_whole(lines);
+}
+
+// The library's own reports share log_string, but not their lines.
+TEST(LogQueue, TakesReportsOfManyThreadsWhole) {
+    log_init();
+    const std::string printed = printed_by([] {
+        log_from_eight_threads([](const std::string& text) { socket_connect(text.c_str(), 2295); });
+    });
+    std::vector<std::string> lines = finished_general_lines();
+    EXPECT_GE(lines.size(), 31u);
+    const std::string start = "Function:socket_connect Handle:0 Invalid address ";
+    for (std::string& line : lines) {
+        ASSERT_THAT(line, StartsWith(start));
+        line = line.substr(start.size(), line.rfind(" - ") - start.size());
+    }
+    expect_whole(lines);
+    EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 8 * 500);
+}
+
+TEST(LogThatIsNotStarted, MakesNoFilesAndForgetsItsLines) {
+    const size_t threads_before = threads();
+    log_numbers(1000);
+    EXPECT_EQ(threads(), threads_before);
+    EXPECT_THAT(files_here(), IsEmpty());
+
+    log_init();
+    log_write(0, "f", "counts");
+    EXPECT_THAT(finished_general_lines(), ElementsAre(line_of("counts")));
+
+    log_write(0, "f", "between");
+    log_init();
+    log_write(0, "f", "counts again");
+    EXPECT_THAT(finished_general_lines(), ElementsAre(line_of("counts again")));
+}
+
+TEST(LogThatIsNotStarted, EndsAtOnce) {
+    OutputCapture errors(STDERR_FILENO);
+    log_numbers(3);
+    log_cleanup();
+    log_cleanup();
+    EXPECT_EQ(errors.text(), "");
+    EXPECT_THAT(files_here(), IsEmpty());
+}
+
+TEST(LogThread, StartsOnceAndTellsItsEnd) {
+    OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(log_init_ok, 0);
+    log_init();
+    EXPECT_EQ(log_init_ok, 1);
+    log_write(0, "f", "before");
+    const size_t with_writer = threads();
+    log_init();
+    EXPECT_EQ(threads(), with_writer);
+    EXPECT_EQ(log_init_ok, 1);
+    log_write(0, "f", "after");
+    EXPECT_EQ(errors.text(), "");
+    EXPECT_THAT(finished_general_lines(), ElementsAre(line_of("before"), line_of("after")));
+    EXPECT_EQ(log_init_ok, 0);
+    EXPECT_EQ(errors.text(), "Log thread exited\n");
+    EXPECT_LT(threads(), with_writer);
+}
+
+TEST(LogThread, SleepsWhileThereIsNothingToWrite) {
+    log_init();
+    log_write(0, "f", "x");
+    ASSERT_TRUE(wait_until([] { return read_file(kGeneralFile).ends_with(" x\n"); }));
+    const auto before = cpu_time();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_LT(cpu_time() - before, std::chrono::milliseconds(100));
+    log_cleanup();
+}

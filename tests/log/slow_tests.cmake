@@ -1,0 +1,5 @@
+foreach(test IN LISTS log_test_TESTS)
+  if(test MATCHES "FullLogFile")
+    set_tests_properties(${test} PROPERTIES LABELS slow TIMEOUT 600)
+  endif()
+endforeach()
