@@ -1,0 +1,246 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <future>
+
+#include "tests/exchange_socket/connection.h"
+
+using namespace test;
+using std::chrono::milliseconds;
+
+namespace {
+
+// Bytes that differ from place to place.
+std::vector<uint8_t> pattern(size_t size) {
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i) {
+        bytes[i] = static_cast<uint8_t>(i * 7 + i / 256);
+    }
+    return bytes;
+}
+
+std::vector<uint8_t> read_all(int fd, size_t size) {
+    std::vector<uint8_t> bytes(size);
+    const ssize_t got = recv(fd, bytes.data(), size, MSG_WAITALL);
+    bytes.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    return bytes;
+}
+
+bool writable(int fd) {
+    pollfd ready{fd, POLLOUT, 0};
+    return poll(&ready, 1, 50) == 1;
+}
+
+// Sends until neither side's buffer takes any more. Returns how much that was.
+size_t fill(int fd) {
+    const std::vector<uint8_t> chunk(65536, 0xAA);
+    size_t filled = 0;
+    while (writable(fd)) {
+        const ssize_t sent = send(fd, chunk.data(), chunk.size(), MSG_DONTWAIT);
+        filled += static_cast<size_t>(std::max<ssize_t>(sent, 0));
+    }
+    return filled;
+}
+
+volatile std::sig_atomic_t broken_pipes = 0;
+
+milliseconds since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+int send_byte(int fd) {
+    return socket_send(fd, "x", 1);
+}
+
+int receive_byte(int fd) {
+    char byte;
+    return socket_recv(fd, &byte, 1, 0);
+}
+
+struct Transfer {
+    const char* function;
+    const char* failure;
+    int (*call)(int fd);
+};
+
+void PrintTo(const Transfer& transfer, std::ostream* out) {
+    *out << transfer.function;
+}
+
+class SocketTransfer : public ::testing::TestWithParam<Transfer> {
+protected:
+    void expect_bad_descriptor(int fd) {
+        const Outcome outcome = outcome_of([=] { return GetParam().call(fd); });
+        expect_failure(outcome, GetParam().function,
+                       "Select error - Bad file descriptor (errno: 9)");
+        EXPECT_EQ(outcome.error, EBADF);
+    }
+};
+
+}  // namespace
+
+TEST_P(SocketTransfer, RefusesDescriptorsThatAreNotOpen) {
+    const int closed = 100;  // no other descriptor gets this number meanwhile
+    ASSERT_EQ(dup2(STDOUT_FILENO, closed), closed);
+    close(closed);
+    expect_bad_descriptor(closed);
+    for (const int fd : bad_descriptors) {
+        expect_bad_descriptor(fd);
+    }
+}
+
+// An open descriptor which a select set has no place for.
+TEST_P(SocketTransfer, RefusesDescriptorsBeyondTheSet) {
+    const int high = FD_SETSIZE + 100;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, high + 1);
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        GTEST_SKIP() << "so many descriptors are not allowed";
+    }
+    const Connection connection;
+    EXPECT_EQ(send(connection.peer, "x", 1, 0), 1);
+    ASSERT_EQ(dup2(connection.fd, high), high);
+    expect_bad_descriptor(high);
+    close(high);
+}
+
+TEST_P(SocketTransfer, ReportsWhatTheSystemRefuses) {
+    const int file = open("/dev/zero", O_RDWR);
+    const Outcome outcome = outcome_of([=] { return GetParam().call(file); });
+    expect_failure(
+        outcome, GetParam().function,
+        std::string(GetParam().failure) + " - Socket operation on non-socket (errno: 88)");
+    EXPECT_EQ(outcome.error, ENOTSOCK);
+    close(file);
+}
+
+TEST_P(SocketTransfer, ReportsAResetConnection) {
+    Connection connection;
+    connection.reset();
+    const Outcome outcome = outcome_of([&] { return GetParam().call(connection.fd); });
+    expect_failure(outcome, GetParam().function,
+                   std::string(GetParam().failure) + " - Connection reset by peer (errno: 104)");
+    EXPECT_EQ(outcome.error, ECONNRESET);
+    EXPECT_NE(fcntl(connection.fd, F_GETFD), -1) << "the descriptor stays open";
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, SocketTransfer,
+                         ::testing::Values(Transfer{"socket_send", "Send failed", send_byte},
+                                           Transfer{"socket_recv", "Receive failed",
+                                                    receive_byte}));
+
+TEST(SocketSend, PassesTheBytesOn) {
+    const Connection connection;
+    const std::vector<uint8_t> message = pattern(5000);
+    const Outcome outcome =
+        outcome_of([&] { return socket_send(connection.fd, message.data(), 5000); });
+    EXPECT_EQ(outcome.result, 5000);
+    expect_silence(outcome);
+    EXPECT_EQ(read_all(connection.peer, 5000), message);
+    EXPECT_EQ(socket_send(connection.fd, message.data(), 0), 0);
+}
+
+TEST(SocketSend, GivesUpAfterFiveMillisecondsWithoutRoom) {
+    const Connection connection;
+    const size_t filled = fill(connection.fd);
+    const auto start = std::chrono::steady_clock::now();
+    const Outcome outcome = outcome_of([&] {
+        const int result = socket_send(connection.fd, "x", 1);
+        EXPECT_GE(since(start), milliseconds(5));
+        return result;
+    });
+    EXPECT_LT(since(start), milliseconds(1000));
+    expect_failure(outcome, "socket_send",
+                   "Timeout occurred! Socket not ready to send after 5 milliseconds.");
+
+    shutdown(connection.fd, SHUT_WR);
+    EXPECT_EQ(read_all(connection.peer, filled + 1).size(), filled) << "nothing was sent";
+}
+
+TEST(SocketSend, RaisesNoSignalOnABrokenConnection) {
+    std::signal(SIGPIPE, [](int) { broken_pipes = broken_pipes + 1; });
+    Connection connection;
+    connection.reset();
+    printed_by([&] { socket_send(connection.fd, "x", 1); });
+    const Outcome outcome = outcome_of([&] { return socket_send(connection.fd, "x", 1); });
+    expect_failure(outcome, "socket_send", "Send failed - Broken pipe (errno: 32)");
+    EXPECT_EQ(outcome.error, EPIPE);
+    EXPECT_EQ(broken_pipes, 0);
+}
+
+TEST(SocketReceive, TakesAtMostTheCapacity) {
+    const Connection connection;
+    const std::vector<uint8_t> message = pattern(10);
+    ASSERT_EQ(send(connection.peer, message.data(), 10, 0), 10);
+    std::vector<uint8_t> buffer(10, 0xEE);
+    EXPECT_EQ(socket_recv(connection.fd, buffer.data(), 4, 1000000), 4);
+    EXPECT_EQ(std::vector(buffer.begin() + 4, buffer.end()), std::vector<uint8_t>(6, 0xEE));
+    EXPECT_EQ(socket_recv(connection.fd, buffer.data() + 4, 100, 1000000), 6);
+    EXPECT_EQ(buffer, message);
+}
+
+struct Span {
+    int microseconds;
+    milliseconds least;
+    milliseconds most;
+};
+
+TEST(SocketReceive, WaitsAsLongAsToldAndEndsSilently) {
+    const Connection connection;
+    char byte = 'u';
+    for (const Span& span : {Span{0, milliseconds(0), milliseconds(500)},
+                             Span{20000, milliseconds(20), milliseconds(900)},
+                             Span{1500000, milliseconds(1500), milliseconds(2900)}}) {
+        const auto start = std::chrono::steady_clock::now();
+        const Outcome outcome =
+            outcome_of([&] { return socket_recv(connection.fd, &byte, 1, span.microseconds); });
+        EXPECT_GE(since(start), span.least);
+        EXPECT_LT(since(start), span.most);
+        EXPECT_EQ(outcome.result, -2);
+        expect_silence(outcome);
+        EXPECT_EQ(byte, 'u');
+    }
+}
+
+TEST(SocketReceive, FindsPendingBytesWithoutWaiting) {
+    const Connection connection;
+    ASSERT_EQ(send(connection.peer, "x", 1, 0), 1);
+    pollfd arrived{connection.fd, POLLIN, 0};
+    ASSERT_EQ(poll(&arrived, 1, 10000), 1);
+    char byte = 0;
+    EXPECT_EQ(socket_recv(connection.fd, &byte, 1, 0), 1);
+    EXPECT_EQ(byte, 'x');
+}
+
+class SocketReceiveWithoutLimit : public ::testing::TestWithParam<int> {};
+
+TEST_P(SocketReceiveWithoutLimit, EndsWithDataAndWithAnOrderlyClose) {
+    Connection connection;
+    for (const int expected : {1, 0}) {
+        char byte = 0;
+        const Outcome outcome = outcome_of([&] {
+            auto received =
+                std::async(std::launch::async, socket_recv, connection.fd, &byte, 1u, GetParam());
+            EXPECT_TRUE(wait_until_blocked_in({SYS_select, SYS_pselect6}));
+            EXPECT_EQ(received.wait_for(milliseconds(50)), std::future_status::timeout);
+            if (expected == 1) {
+                send(connection.peer, "x", 1, 0);
+            } else {
+                socket_tcp_close(&connection.peer);
+            }
+            return received.get();
+        });
+        EXPECT_EQ(outcome.result, expected);
+        EXPECT_EQ(byte, expected == 1 ? 'x' : 0);
+        expect_silence(outcome);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(NegativeTimeouts, SocketReceiveWithoutLimit,
+                         ::testing::Values(-1, -2, -1500000, INT_MIN));
