@@ -20,6 +20,17 @@ private:
     int saved_ = errno;
 };
 
+// Prints the text whole, however long it is; the log cuts it.
+void print(const char* format, va_list arguments, const char* end) {
+    va_list copy;
+    va_copy(copy, arguments);
+    flockfile(stdout);
+    std::vprintf(format, copy);
+    std::fputs(end, stdout);
+    funlockfile(stdout);
+    va_end(copy);
+}
+
 // A text in the caller's own buffer, so that what is logged is always one caller's.
 struct Text {
     char characters[VEXO_LOG_STRING_SIZE];
@@ -40,9 +51,9 @@ void report(Caller caller, const char* format, ...) {
     const ErrnoKeeper keeper;
     va_list arguments;
     va_start(arguments, format);
+    print(format, arguments, "\n");
     const Text text(format, arguments);
     va_end(arguments);
-    std::puts(text.characters);
     log_text(caller, text);
 }
 
@@ -50,9 +61,9 @@ void report_verbatim(Caller caller, const char* format, ...) {
     const ErrnoKeeper keeper;
     va_list arguments;
     va_start(arguments, format);
+    print(format, arguments, "");
     const Text text(format, arguments);
     va_end(arguments);
-    std::fputs(text.characters, stdout);
     log_text(caller, text);
 }
 

@@ -106,6 +106,16 @@ INSTANTIATE_TEST_SUITE_P(Addresses, MalformedAddress,
                          ::testing::Values("300.1.1.1", "", "127.0.0", "127.0.0.1.1", "127.0.0.1 ",
                                            "localhost", "::1", "%s%n"));
 
+TEST(SocketConnect, PrintsALongAddressWholeAndLogsItsBeginning) {
+    const std::string address(3000, '1');
+    const Outcome outcome = outcome_of([&] { return socket_connect(address.c_str(), 2297); });
+    const std::string text = "Invalid address " + address + " - Success (errno: 0)";
+    EXPECT_EQ(outcome.printed, text + "\n");
+    EXPECT_EQ(outcome.logged,
+              std::vector<std::string>{"Function:socket_connect Handle:0 " + text.substr(0, 1023)});
+    EXPECT_EQ(log_string, text.substr(0, 1023));
+}
+
 TEST(SocketConnect, ReportsThatThereIsNoDescriptor) {
     const Outcome outcome = outcome_of([] {
         log_write(0, "f", "opens the file");
