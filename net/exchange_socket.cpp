@@ -73,6 +73,9 @@ const char* socket_get_error_desc(int error_number) {
 }
 
 int socket_connect(const char* address, int port) {
+    if (address == nullptr) {
+        address = "";
+    }
     const int fd = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (fd < 0) {
         report({0, "socket_connect"}, "Socket creation failed for %s:%d - %s", address, port,

@@ -27,10 +27,10 @@ VEXO_C_BEGIN
 VEXO_API const char* socket_get_error_desc(int error_number);
 
 /*
- * Connects to a dotted IPv4 address and a TCP port (host order). Blocks until the connection
- * stands, is refused, or two repeated SYNs (TCP_SYNCNT 2, about 7 seconds) were not answered.
- * Returns the descriptor (0 or more), or -1; then no descriptor is left open, and one of these was
- * printed and logged:
+ * Connects to a dotted IPv4 address (null counts as empty) and a TCP port (host order). Blocks
+ * until the connection stands, is refused, or two repeated SYNs (TCP_SYNCNT 2, about 7 seconds)
+ * were not answered. Returns the descriptor (0 or more), or -1; then no descriptor is left open,
+ * and one of these was printed and logged:
  *   "Socket creation failed for <address>:<port> - <error>"
  *   "Invalid address <address> - <error>"    (a malformed address does not set errno)
  *   "Connection failed - <error>"
@@ -39,7 +39,8 @@ VEXO_API int socket_connect(const char* address, int port);
 
 /*
  * Sends with one send() call once the socket takes data, for which it waits at most 5 ms.
- *   data, length  the bytes to send, and how many
+ *   data, length  the bytes to send, and how many; what exceeds the room that the socket then has
+ *                 (at least a third of its buffer) waits in send() for the peer
  * Returns the number of bytes the system took, which may be fewer than `length` (the rest is not
  * sent), or -1 with "Select error - <error>", "Timeout occurred! Socket not ready to send after
  * 5 milliseconds." or "Send failed - <error>". A connection that was reset gives -1 and EPIPE or

@@ -106,6 +106,11 @@ INSTANTIATE_TEST_SUITE_P(Addresses, MalformedAddress,
                          ::testing::Values("300.1.1.1", "", "127.0.0", "127.0.0.1.1", "127.0.0.1 ",
                                            "localhost", "::1", "%s%n"));
 
+TEST(SocketConnect, TakesAMissingAddressForAnEmptyOne) {
+    const Outcome outcome = outcome_of([] { return socket_connect(nullptr, 2297); });
+    expect_failure(outcome, "socket_connect", "Invalid address  - Success (errno: 0)");
+}
+
 TEST(SocketConnect, PrintsALongAddressWholeAndLogsItsBeginning) {
     const std::string address(3000, '1');
     const Outcome outcome = outcome_of([&] { return socket_connect(address.c_str(), 2297); });
