@@ -128,13 +128,12 @@ void ReceivedStream::receive_frames(const Registration& handle) {
 }
 
 // Both kinds begin with a length word of their own, which reaches no further than what was
-// received.
+// received. What is missing of it counts as zero: even an empty reply is one that somebody awaits.
 void ReceivedStream::take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,
                                 size_t received) {
-    if (received < sizeof(uint16_t)) {
-        return;
-    }
-    const size_t size = std::min<size_t>(read_u16(payload), received);
+    uint8_t length_word[2] = {};
+    std::memcpy(length_word, payload, std::min(received, sizeof length_word));
+    const size_t size = std::min<size_t>(read_u16(length_word), received);
     if (code == kOutputFrame) {
         show_package(*handle, *handle.store_sequence, payload, size);
     } else if (code == kReplyFrame) {
