@@ -23,6 +23,8 @@ constexpr uint8_t kReplyFrame = 146;
 constexpr long kNothingReceived = -101;
 // The most frames taken in at a stretch, so that one busy link cannot hold up the others.
 constexpr int kFramesPerPass = 64;
+// A link that brings good and bad frames by turns must not fill the log.
+constexpr int kFailureLinesPerSecond = 10;
 
 int64_t now_milliseconds() {
     timespec now{};
@@ -83,8 +85,7 @@ void ReceivedStream::receive_packages(const Registration& handle, int socket, si
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
-    if (got < 0 && errno != last_failure_) {
-        last_failure_ = errno;
+    if (got < 0 && worth_a_line(errno)) {
         report({0, "socket_recv"}, "Receive failed - %s", ErrorDescription(errno).text);
     }
     rest();
@@ -111,8 +112,7 @@ void ReceivedStream::receive_frames(const Registration& handle) {
             return;
         }
         if (result < 0) {
-            if (result != last_failure_) {
-                last_failure_ = static_cast<int>(result);
+            if (worth_a_line(static_cast<int>(result))) {
                 record({0, "receive_thread"}, "Error: raw_socket_recv: %ld", result);
             }
             if (raw_descriptor(handle->raw_socket) < 0) {
@@ -148,6 +148,19 @@ void ReceivedStream::rest() {
 
 bool ReceivedStream::resting() const {
     return rest_until_ != 0 && now_milliseconds() < rest_until_;
+}
+
+bool ReceivedStream::worth_a_line(int failure) {
+    if (failure == last_failure_) {
+        return false;
+    }
+    last_failure_ = failure;
+    const int64_t second = now_milliseconds() / 1000;
+    if (second != line_second_) {
+        line_second_ = second;
+        lines_ = 0;
+    }
+    return ++lines_ <= kFailureLinesPerSecond;
 }
 
 }  // namespace vexo

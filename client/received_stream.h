@@ -33,13 +33,17 @@ private:
     // cost no more than a silent one.
     void rest();
     bool resting() const;
+    // Whether to log a failure: not one that only repeats the last, and not many in a second.
+    bool worth_a_line(int failure);
 
     uint32_t handle_;
     bool cleared_ = false;  // the store is zero since the stream stopped
     int socket_ = -1;       // what unpacker_ has bytes of
     OutputUnpacker unpacker_;
-    int last_failure_ = 0;    // reported already; 0 after a good receive
-    int64_t rest_until_ = 0;  // milliseconds of the monotonic clock
+    int last_failure_ = 0;     // 0 after a good receive
+    int64_t line_second_ = 0;  // of the monotonic clock, in which
+    int lines_ = 0;            // so many failures were to be logged
+    int64_t rest_until_ = 0;   // milliseconds of the monotonic clock
 };
 
 }  // namespace vexo

@@ -1,0 +1,198 @@
+// Packages and inputs in frames, and what becomes of frames that are not as they should be.
+#include "tests/raw_path/raw_path.h"
+
+using namespace test;
+using ::testing::HasSubstr;
+
+namespace {
+
+constexpr uint8_t kOutput = 144;
+constexpr uint8_t kReply = 146;
+
+class RawExchange : public RawPath {
+protected:
+    void SetUp() override {
+        RawPath::SetUp();
+        if (!IsSkipped()) {
+            log_init();
+            session_ = std::make_unique<RawSession>();
+            session_->negotiate_raw(1);
+        }
+    }
+
+    void send_output(const Bytes& payload) { robot_->send(controller_frame(kOutput, payload)); }
+
+    // Waits until all frames sent so far are worked off: the last of them is a reply, which leaves
+    // the output store alone.
+    void settle() {
+        const Bytes reply{8, 0, 'm', 0, 0, 0, 0, ++mark_};
+        robot_->send(controller_frame(kReply, reply));
+        EXPECT_TRUE(
+            wait_until([&] { return session_->bytes_at(kResponseOffset, reply.size()) == reply; }));
+    }
+
+    std::unique_ptr<RawSession> session_;
+
+private:
+    uint8_t mark_ = 0;
+};
+
+int count(const std::string& text, const std::string& part) {
+    int found = 0;
+    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
+        ++found;
+    }
+    return found;
+}
+
+}  // namespace
+
+TEST_F(RawExchange, InputsAndSetPointsShareTheSequenceOfFrames) {
+    write_u32(session_->dataspace() + kInputLengthOffset, 3);
+    const Bytes values = bytes("11 22 33");
+    EXPECT_EQ(vexo_input_data_send(session_->handle, 3, values.data()), 0);
+    EXPECT_EQ(hex(robot_->receive()),
+              "02 00 00 00 00 0B 02 00 00 00 00 0A C8 15 A6 91 E9 90 C8 B7 00 00 07 00 00 00 "
+              "07 00 55 03 11 22 33 ");
+    EXPECT_EQ(session_->servo(), 0);
+    EXPECT_EQ(hex(robot_->receive()),
+              "02 00 00 00 00 0B 02 00 00 00 00 0A C8 15 A6 92 78 BE C8 B7 01 00 2A 00 00 00 "
+              "2A 00 6D 01 02 05 0B 00 00 00 00 00 00 E0 3F 04 01 00 00 00 02 00 13 01 02 0B "
+              "00 00 00 00 00 00 F0 3F 00 00 00 00 00 00 00 C0 ");
+    for (uint8_t sequence = 2; sequence < 5; ++sequence) {
+        EXPECT_EQ(vexo_input_data_send(session_->handle, 3, values.data()), 0);
+        EXPECT_EQ(robot_->receive(), client_frame(145, sequence, bytes("07 00 55 03 11 22 33")));
+    }
+}
+
+TEST_F(RawExchange, AnInputTooLongForAFrameIsASendError) {
+    const Bytes values(1500);
+    write_u32(session_->dataspace() + kInputLengthOffset, 1484);
+    EXPECT_EQ(vexo_input_data_send(session_->handle, 1, values.data()), 0);
+    EXPECT_EQ(robot_->receive().size(), 1514U);
+    OutputCapture output;
+    write_u32(session_->dataspace() + kInputLengthOffset, 1500);
+    EXPECT_EQ(vexo_input_data_send(session_->handle, 1, values.data()), 302);
+    EXPECT_EQ(output.text(), "vexo_input_data_send send error\n");
+}
+
+TEST_F(RawExchange, ShowsPackagesUntilPaused) {
+    Bytes buffer(64);
+    EXPECT_EQ(vexo_ouput_data_receive(session_->handle, 0, buffer.data(), 64), 301);
+    session_->start();
+    EXPECT_EQ(session_->latest(), Bytes());
+    for (uint8_t i = 1; i <= 3; ++i) {
+        send_output(package(Bytes(i, i)));
+        EXPECT_TRUE(session_->shows(package(Bytes(i, i))));
+    }
+    session_->pause();
+    EXPECT_EQ(vexo_ouput_data_receive(session_->handle, 0, buffer.data(), 64), 301);
+    EXPECT_TRUE(
+        wait_until([&] { return session_->bytes_at(kStoreOffset, 20480) == Bytes(20480); }));
+    session_->start();
+    send_output(package({9}));
+    EXPECT_TRUE(session_->shows(package({9})));
+}
+
+TEST_F(RawExchange, IgnoresForeignStationsAndUnknownCodes) {
+    session_->start();
+    send_output(package({1}));
+    ASSERT_TRUE(session_->shows(package({1})));
+    const Bytes reply{9, 0, 'm', 5, 0, 0, 0, 0xEE, 0xEE};
+    robot_->send(from_foreign_station(controller_frame(kOutput, package({2}))));
+    robot_->send(from_foreign_station(controller_frame(kReply, reply)));
+    for (const int code : {0, 143, 145, 147, 255}) {
+        robot_->send(controller_frame(static_cast<uint8_t>(code), package({3})));
+    }
+    settle();
+    EXPECT_EQ(session_->latest(), package({1}));
+    EXPECT_EQ(Session::finished_log("sys_log").find("raw_socket_recv"), std::string::npos);
+}
+
+TEST_F(RawExchange, LogsDamagedFramesButNotAFloodOfThem) {
+    session_->start();
+    send_output(package({1}));
+    ASSERT_TRUE(session_->shows(package({1})));
+    Bytes altered = controller_frame(kOutput, package({2}));
+    altered.back() ^= 1;
+    Bytes wrong_marker = controller_frame(kOutput, package({3}));
+    wrong_marker[14] = 0xA7;
+    Bytes wrong_magic = controller_frame(kOutput, package({4}));
+    wrong_magic[19] = 0xB6;
+    Bytes too_long = controller_frame(kOutput, package(Bytes(40, 5)));
+    too_long.pop_back();
+    for (const Bytes& frame : {altered, wrong_marker, altered, wrong_magic, altered, too_long}) {
+        robot_->send(frame);
+    }
+    settle();
+    EXPECT_EQ(session_->latest(), package({1}));
+    for (uint8_t i = 0; i < 250; ++i) {
+        robot_->send(wrong_magic);
+        robot_->send(altered);
+        settle();
+    }
+    const std::string log = Session::finished_log("sys_log");
+    EXPECT_THAT(log, HasSubstr(" Handle:0 "));
+    EXPECT_GE(count(log, " Error: raw_socket_recv: -102\n"), 3);
+    EXPECT_GE(count(log, " Error: raw_socket_recv: -103\n"), 3);
+    EXPECT_LT(count(log, "raw_socket_recv"), 100);
+}
+
+TEST_F(RawExchange, LogsTheSameFailureOnlyOnce) {
+    session_->start();
+    Bytes altered = controller_frame(kOutput, package({2}));
+    altered.back() ^= 1;
+    for (int i = 0; i < 100; ++i) {
+        robot_->send(altered);
+    }
+    settle();
+    EXPECT_EQ(count(Session::finished_log("sys_log"), "Error: raw_socket_recv: -103\n"), 1);
+}
+
+TEST_F(RawExchange, LyingLengthWordsReachNoFurtherThanThePayload) {
+    session_->start();
+    const Bytes long_package = package(Bytes(1410, 0xAA));
+    for (const Bytes& payload :
+         {bytes("E8 03 11 22"), bytes("FF FF 33 44"), bytes("00 50 55 66"), bytes("01 00 77 88"),
+          bytes("00 00 99 99"), bytes("03 00 55 66 77"), bytes("05"), bytes("")}) {
+        send_output(long_package);
+        ASSERT_TRUE(session_->shows(long_package));
+        send_output(payload);
+        settle();
+        const size_t word = payload.size() > 1 ? static_cast<size_t>(payload[0] | payload[1] << 8)
+                                               : (payload.empty() ? 0 : size_t{payload[0]});
+        Bytes expected = long_package;
+        std::copy_n(payload.begin(), std::min(word, payload.size()), expected.begin());
+        EXPECT_EQ(session_->bytes_at(kStoreOffset, expected.size()), expected) << hex(payload);
+        EXPECT_EQ(session_->bytes_at(kStoreOffset + 1414, 100), Bytes(100)) << hex(payload);
+    }
+}
+
+TEST_F(RawExchange, LyingLengthWordsOfRepliesReachNoFurther) {
+    session_->start();
+    Bytes whole(1400, 0xBB);
+    whole[0] = 0x78;
+    whole[1] = 0x05;
+    robot_->send(controller_frame(kReply, whole));
+    ASSERT_TRUE(wait_until([&] { return session_->bytes_at(kResponseOffset, 1400) == whole; }));
+    robot_->send(controller_frame(kReply, bytes("FF FF 6D 01")));
+    Bytes expected = whole;
+    expected[0] = expected[1] = 0xFF;
+    expected[2] = 0x6D;
+    expected[3] = 0x01;
+    EXPECT_TRUE(wait_until([&] { return session_->bytes_at(kResponseOffset, 1400) == expected; }));
+    EXPECT_EQ(session_->bytes_at(kResponseOffset + 1400, 100), Bytes(100));
+}
+
+TEST_F(RawExchange, TakesFramesOfUpTo1440Bytes) {
+    session_->start();
+    const Bytes largest = package(Bytes(1410, 0x55));
+    send_output(largest);
+    EXPECT_TRUE(session_->shows(largest));
+    for (const size_t values : {size_t{1411}, size_t{1484}}) {
+        send_output(package(Bytes(values, 0x66)));
+    }
+    settle();
+    EXPECT_EQ(session_->latest(), largest);
+    EXPECT_THAT(Session::finished_log("sys_log"), HasSubstr(" Error: raw_socket_recv: -102\n"));
+}
