@@ -1,0 +1,74 @@
+// The end of a handle on the raw path.
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/raw_path/raw_path.h"
+#include "tests/raw_path/simulated_client.h"
+
+using namespace test;
+using std::chrono::steady_clock;
+
+namespace {
+
+class RawTeardown : public RawPath {};
+
+}  // namespace
+
+TEST_F(RawTeardown, WhileStreamingNeitherHangsNorTouchesWhatIsFreed) {
+    SimulatedClient first(1, Cable{"host0", "robot0", {}});
+    SimulatedClient second(2, Cable{"host0", "robot0", sim::MacAddress{2, 0, 0, 0, 1, 0xB}});
+    first.start();
+    second.start();
+    ASSERT_TRUE(wait_until([&] { return first.counter() > 10 && second.counter() > 10; }));
+    std::atomic<bool> stop{false};
+    std::thread flood([&] {  // so that the receive thread is mostly in a pass
+        const Bytes frame = controller_frame(144, package(Bytes(1400, 1)));
+        while (!stop) {
+            robot_->send(frame);
+        }
+    });
+    const auto start = steady_clock::now();
+    EXPECT_EQ(vexo_destroy(second.handle()), 0);
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(check_Handle(first.handle()), 1U);
+    EXPECT_EQ(check_Handle(second.handle()), 0U);
+    end_receive_thread();
+    EXPECT_EQ(recv_thread_init_ok, 1U);
+    const uint32_t last = first.counter();
+    const uint64_t sent = first.simulator().counters().packages_sent;
+    EXPECT_TRUE(first.simulator().wait_for_packages(sent + 20));
+    EXPECT_EQ(first.counter(), last) << "nobody receives any more";
+    stop = true;
+    flood.join();
+    uint8_t mac[6];
+    EXPECT_EQ(socket_raw_get_srcmac(1, mac), 0) << "the endpoint stays open";
+    robot_->send(controller_frame(144, package({1})));
+    EXPECT_NE(receive_next(1, 1440).result, -101);
+}
+
+TEST_F(RawTeardown, ClosesDescriptorZero) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+    close(ends[0]);
+    RawSession first(1);
+    RawSession second(2);
+    first.negotiate_raw(0);
+    second.negotiate_raw(0);
+    OutputCapture output;
+    EXPECT_EQ(vexo_destroy(second.handle), 0);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    pollfd writing{ends[1], POLLOUT, 0};
+    EXPECT_EQ(poll(&writing, 1, 0), 1);
+    EXPECT_NE(writing.revents & POLLERR, 0) << "nobody has the reading end any more";
+
+    // Where there is none to close, the teardown fails, and completes all the same.
+    EXPECT_EQ(vexo_destroy(first.handle), -1);
+    EXPECT_EQ(output.text(), "Failed to close receive interface\n");
+    EXPECT_EQ(check_Handle(first.handle), 0U);
+    close(ends[1]);
+}
