@@ -111,8 +111,8 @@ using namespace vexo;
 // waits for the mutex and then sees the request. (A request, and not pthread_cancel(), because the
 // thread then unwinds its stack as any function does. An application may still cancel it.)
 void* receive_thread(void* list) {
-    static thread_local Receiver receiver;  // not left behind on the stack by a cancellation
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    Receiver receiver;
     receiver.serve(static_cast<const uint32_t*>(list));
     for (;;) {
         cancellation_point();
