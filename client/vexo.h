@@ -139,7 +139,8 @@ VEXO_API int32_t sum_digits(int32_t value, uint32_t multiplier);
  * There is one receive thread for all handles, and it is not started again: after the first
  * vexo_destroy() no handle receives output packages any more. Destroy handles in the reverse order
  * of their creation: otherwise the handle registered last drops out of the lookups instead.
- * A receive connection that was never opened (mode 3 and up) is closed as descriptor 0.
+ * A connection that was never opened is closed as descriptor 0: the receive connection in mode 3 and
+ * up, and all three of a handle that vexo_create() was not called for.
  */
 VEXO_API int32_t vexo_destroy(uint32_t handle);
 
