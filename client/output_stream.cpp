@@ -1,5 +1,6 @@
 // The output stream as the application sees it: start, pause, and the latest package.
 #include "client/exchange.h"
+#include "client/receive_thread.h"
 #include "client/registry.h"
 #include "client/vexo.h"
 #include "log/mutex_lock.h"
@@ -20,6 +21,7 @@ int32_t switch_stream(Caller caller, char type, Streaming accepted) {
     const int32_t result = request(caller, *found, found->io_socket, message);
     if (result == 0) {
         shared(found->streaming).store(accepted, std::memory_order_release);
+        wake_receive_thread();
     }
     return result;
 }

@@ -1,5 +1,8 @@
 #include "client/receive_thread.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -22,6 +25,25 @@ pthread_mutex_t pass_mutex = PTHREAD_MUTEX_INITIALIZER;
 // Teardown has asked the thread to end. Stays set: there is no second thread.
 std::atomic<bool> end_requested{false};
 
+// Guards the thread's start, its wake-ups and the request that it ends.
+pthread_mutex_t life_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+// An eventfd that ends the thread's wait. There is one from its start to the request that it ends.
+int wake_up = -1;
+
+void wake() {
+    if (wake_up >= 0) {
+        eventfd_write(wake_up, 1);
+    }
+}
+
+void drop_wake_up() {
+    if (wake_up >= 0) {
+        close(wake_up);
+    }
+    wake_up = -1;
+}
+
 // A count of handles that failed connections have let grow is cut to what a list can hold.
 uint32_t handle_count(const uint32_t* list) {
     return std::min<uint32_t>(list[0], VEXO_MAX_HANDLES);
@@ -42,10 +64,16 @@ public:
             streams_[i] = ReceivedStream(list[1 + i]);
             polled_[i] = {-1, POLLIN, 0};
         }
+        const MutexLock lock(life_mutex);
+        polled_[count_] = {wake_up, POLLIN, 0};
     }
 
     // Serves each handle. False when one of them is gone.
     bool pass() {
+        if (polled_[count_].revents != 0) {
+            eventfd_t count = 0;
+            eventfd_read(polled_[count_].fd, &count);
+        }
         for (uint32_t i = 0; i < count_; ++i) {
             const Registration handle = find_registration(streams_[i].handle());
             if (!handle) {
@@ -58,9 +86,9 @@ public:
         return true;
     }
 
-    // Waits until something comes for any handle.
+    // Waits until something comes for any handle, or the thread is woken.
     void wait() {
-        if (poll(polled_, count_, ReceivedStream::kWaitMilliseconds) < 0) {
+        if (poll(polled_, count_ + 1, ReceivedStream::kWaitMilliseconds) < 0) {
             forget_events();
         }
     }
@@ -74,7 +102,7 @@ private:
 
     uint32_t count_ = 0;
     ReceivedStream streams_[VEXO_MAX_HANDLES];
-    pollfd polled_[VEXO_MAX_HANDLES] = {};
+    pollfd polled_[VEXO_MAX_HANDLES + 1] = {};  // one for each stream, and the wake-up
 };
 
 // The list as it was when the thread was started: the application may go on changing its own.
@@ -91,6 +119,11 @@ void give_reply_tokens(const uint32_t* list) {
 
 }  // namespace
 
+void wake_receive_thread() {
+    const MutexLock lock(life_mutex);
+    wake();
+}
+
 ReceivePause::ReceivePause() {
     pthread_mutex_lock(&pass_mutex);
 }
@@ -104,12 +137,13 @@ ReceivePause::~ReceivePause() {
 using namespace vexo;
 
 // The thread's life. It is started once per process, by the first vexo_thread_init(), for the
-// handles registered by then, and passes over them whenever something has come for one of them, or
-// 5 ms have gone by. It ends at the top of a pass, when it has been cancelled; or in a pass that
-// finds one of its handles gone. Teardown takes the pass mutex, so that no pass runs meanwhile,
-// asks the thread to end, and then takes its handle away: a thread that was about to begin a pass
-// waits for the mutex and then sees the request. (A request, and not pthread_cancel(), because the
-// thread then unwinds its stack as any function does. An application may still cancel it.)
+// handles registered by then, and passes over them whenever something has come for one of them, a
+// stream is started or paused, or 20 ms have gone by. It ends at the top of a pass, when it has
+// been cancelled; or in a pass that finds one of its handles gone. Teardown takes the pass mutex,
+// so that no pass runs meanwhile, asks the thread to end, and then takes its handle away: a thread
+// that was about to begin a pass waits for the mutex and then sees the request. (A request, and not
+// pthread_cancel(), because the thread then unwinds its stack as any function does. An application
+// may still cancel it.)
 void* receive_thread(void* list) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     Receiver receiver;
@@ -130,11 +164,15 @@ void* receive_thread(void* list) {
 }
 
 int32_t vexo_thread_init(uint32_t* list) {
+    const MutexLock lock(life_mutex);
     if (recv_thread_init_ok != 0) {
         return 0;
     }
     give_reply_tokens(list);
     std::memcpy(served_list, list, (1 + handle_count(list)) * sizeof *list);
+    if (wake_up < 0) {
+        wake_up = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    }
     if (pthread_create(&th_receive, nullptr, receive_thread, served_list) != 0) {
         report({0, __func__}, "Error: pthread_create");
         return -1;
@@ -144,8 +182,11 @@ int32_t vexo_thread_init(uint32_t* list) {
 }
 
 int32_t vexo_thread_destroy(void) {
+    const MutexLock lock(life_mutex);
     if (recv_thread_init_ok != 0) {
         end_requested.store(true, std::memory_order_relaxed);
+        wake();
+        drop_wake_up();
     }
     return 0;
 }

@@ -12,7 +12,7 @@ namespace vexo {
 class ReceivedStream {
 public:
     // How long the thread waits at most before it looks at the handles again.
-    static constexpr int kWaitMilliseconds = 5;
+    static constexpr int kWaitMilliseconds = 20;
 
     explicit ReceivedStream(uint32_t handle = 0) : handle_(handle) {}
 

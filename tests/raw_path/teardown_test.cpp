@@ -48,6 +48,9 @@ TEST_F(RawTeardown, WhileStreamingNeitherHangsNorTouchesWhatIsFreed) {
     EXPECT_EQ(socket_raw_get_srcmac(1, mac), 0) << "the endpoint stays open";
     robot_->send(controller_frame(144, package({1})));
     EXPECT_NE(receive_next(1, 1440).result, -101);
+    // The thread is joined by now, and descriptor 0 went with the second handle.
+    EXPECT_EQ(vexo_destroy(first.handle()), -1);
+    EXPECT_EQ(check_Handle(first.handle()), 0U);
 }
 
 TEST_F(RawTeardown, ClosesDescriptorZero) {
