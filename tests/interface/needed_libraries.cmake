@@ -1,0 +1,17 @@
+# LIBRARY has its major version in its name and needs libc and the C++ runtime only.
+execute_process(COMMAND ${READELF} -d ${LIBRARY}
+                OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+if(NOT dynamic MATCHES "\\(SONAME\\)[^\n]*\\[libvexo\\.so\\.1\\]")
+  message(FATAL_ERROR "The soname is not libvexo.so.1:\n${dynamic}")
+endif()
+if(dynamic MATCHES "\\((RPATH|RUNPATH|TEXTREL)\\)")
+  message(FATAL_ERROR "The library has a ${CMAKE_MATCH_1}")
+endif()
+if(SANITIZE)
+  return()
+endif()
+string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*" needed "${dynamic}")
+list(FILTER needed EXCLUDE REGEX "\\[(libc|libm|libgcc_s|libstdc\\+\\+|ld-linux-x86-64)\\.so\\.")
+if(needed)
+  message(FATAL_ERROR "The library needs more than libc and the C++ runtime: ${needed}")
+endif()
