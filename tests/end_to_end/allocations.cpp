@@ -1,0 +1,99 @@
+#include "tests/end_to_end/allocations.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+
+namespace {
+
+constinit thread_local uint64_t of_this_thread = 0;
+constinit std::atomic<int64_t> live = 0;
+
+void allocated() {
+    ++of_this_thread;
+    live.fetch_add(1, std::memory_order_relaxed);
+}
+
+void released() {
+    live.fetch_sub(1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
+// The sanitizers have allocators of their own, which call these.
+extern "C" void __sanitizer_malloc_hook(const volatile void*, size_t) {
+    allocated();
+}
+
+extern "C" void __sanitizer_free_hook(const volatile void*) {
+    released();
+}
+
+#else
+
+// These stand in front of the C library's own, in the whole process.
+extern "C" {
+
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
+void* __libc_memalign(size_t alignment, size_t size);
+void __libc_free(void* block);
+
+void* malloc(size_t size) {
+    allocated();
+    return __libc_malloc(size);
+}
+
+void* calloc(size_t count, size_t size) {
+    allocated();
+    return __libc_calloc(count, size);
+}
+
+void* realloc(void* block, size_t size) {
+    allocated();
+    if (block != nullptr) {
+        released();
+    }
+    return __libc_realloc(block, size);
+}
+
+void* memalign(size_t alignment, size_t size) {
+    allocated();
+    return __libc_memalign(alignment, size);
+}
+
+void* aligned_alloc(size_t alignment, size_t size) {
+    return memalign(alignment, size);
+}
+
+int posix_memalign(void** block, size_t alignment, size_t size) {
+    *block = memalign(alignment, size);
+    return *block != nullptr ? 0 : ENOMEM;
+}
+
+void free(void* block) {
+    if (block != nullptr) {
+        released();
+    }
+    __libc_free(block);
+}
+
+}  // extern "C"
+
+#endif
+
+namespace test {
+
+uint64_t allocations() {
+    return of_this_thread;
+}
+
+int64_t live_blocks() {
+    return live.load();
+}
+
+}  // namespace test

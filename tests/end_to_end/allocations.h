@@ -1,0 +1,17 @@
+// Counts of what the process allocates, the library included.
+#ifndef TESTS_END_TO_END_ALLOCATIONS_H
+#define TESTS_END_TO_END_ALLOCATIONS_H
+
+#include <cstdint>
+
+namespace test {
+
+// Blocks that the calling thread has allocated.
+uint64_t allocations();
+
+// Blocks of all threads that are allocated now, counted from some moment on.
+int64_t live_blocks();
+
+}  // namespace test
+
+#endif

@@ -1,0 +1,84 @@
+#include "tests/end_to_end/application.h"
+
+#include <sys/ioctl.h>
+
+#include <algorithm>
+
+namespace test {
+
+sim::Options on_loopback(int number, sim::Options options) {
+    options.address = own_loopback(number);
+    return options;
+}
+
+Application::Application(const std::string& controller) : address(controller) {
+    EXPECT_EQ(vexo_create_handle(&handle, address.c_str()), 0);
+}
+
+void Application::connect(int64_t mode) {
+    ASSERT_EQ(vexo_create(handle, address.c_str(), nullptr, mode, nullptr), 0);
+    ASSERT_EQ(vexo_protocol_version_request(handle, mode, 0), 0);
+}
+
+void Application::load_catalogue() {
+    ASSERT_EQ(vexo_all_recipe_get(handle), 0);
+    servo_row = find_method_index(handle, "servoJ");
+}
+
+void Application::set_up_output(const std::string& names) {
+    std::vector<int32_t> found = rows(names, 1);
+    ASSERT_EQ(vexo_output_setup_send(handle, static_cast<int32_t>(found.size()),
+                                     reinterpret_cast<uint32_t*>(found.data()), 0, &output_recipe),
+              0);
+}
+
+void Application::set_up_input(const std::string& names) {
+    std::vector<int32_t> found = rows(names, 0);
+    ASSERT_EQ(vexo_input_setup_send(handle, static_cast<int32_t>(found.size()), found.data(),
+                                    &input_recipe),
+              0);
+}
+
+void Application::start() {
+    ASSERT_EQ(vexo_output_start(handle, 0), 0);
+}
+
+void Application::stream(const std::string& outputs, int64_t mode) {
+    ASSERT_NO_FATAL_FAILURE(connect(mode));
+    ASSERT_NO_FATAL_FAILURE(load_catalogue());
+    ASSERT_NO_FATAL_FAILURE(set_up_output(outputs));
+    ASSERT_NO_FATAL_FAILURE(start());
+}
+
+std::vector<int32_t> Application::rows(const std::string& names, uint32_t kind) const {
+    const auto count = 1 + std::count(names.begin(), names.end(), ',');
+    std::vector<int32_t> found(static_cast<size_t>(count), -1);
+    EXPECT_EQ(multi_find(handle, names.c_str(), kind, found.data()), count);
+    return found;
+}
+
+int32_t Application::method(const char* name) const {
+    const int32_t row = find_method_index(handle, name);
+    EXPECT_GE(row, 0) << name;
+    return row;
+}
+
+int32_t Application::servo(double value, const std::vector<double>& joints) const {
+    return cvexo_servoj(handle, servo_row, value, 0, nullptr, static_cast<uint8_t>(joints.size()),
+                        joints.data());
+}
+
+Package Application::latest() const {
+    Package package;
+    package.result = vexo_ouput_data_receive(handle, 0, package.bytes, sizeof package.bytes);
+    return package;
+}
+
+bool Application::wait_unread(size_t socket_offset, int count) const {
+    return wait_until([&] {
+        int unread = 0;
+        return ioctl(socket(socket_offset), FIONREAD, &unread) == 0 && unread >= count;
+    });
+}
+
+}  // namespace test

@@ -1,0 +1,73 @@
+// An application of the library, and the simulated controller that it talks to.
+#ifndef TESTS_END_TO_END_APPLICATION_H
+#define TESTS_END_TO_END_APPLICATION_H
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "sim/simulator.h"
+#include "tests/client/client_fixture.h"
+
+namespace test {
+
+constexpr size_t kIoSocketOffset = 1021476;
+constexpr size_t kReceiveSocketOffset = kIoSocketOffset + 4;
+constexpr size_t kControlSocketOffset = kIoSocketOffset + 8;
+
+// The options, on the loopback address of that number.
+sim::Options on_loopback(int number = 1, sim::Options options = {});
+
+// A latest package, as vexo_ouput_data_receive() gave it.
+struct Package {
+    int32_t result = -1;
+    uint8_t bytes[VEXO_MAX_OUTPUT_PACKAGE] = {};
+
+    size_t length() const { return static_cast<size_t>(bytes[0] | bytes[1] << 8); }
+    // `offset` counts from the first value.
+    template <typename T>
+    T value(size_t offset) const {
+        T result_value;
+        std::memcpy(&result_value, bytes + 4 + offset, sizeof result_value);
+        return result_value;
+    }
+};
+
+// One handle of the application. What a step of the calling order returns other than 0 fails the
+// test.
+class Application {
+public:
+    // Registers a handle for the controller there.
+    explicit Application(const std::string& address = own_loopback(1));
+
+    // The steps of the calling order.
+    void connect(int64_t mode = 2);  // with the negotiation
+    void load_catalogue();
+    void set_up_output(const std::string& names);
+    void set_up_input(const std::string& names);
+    void start();
+    // All of them up to a package with these outputs.
+    void stream(const std::string& outputs, int64_t mode = 2);
+
+    // Rows of a comma-separated list of names.
+    std::vector<int32_t> rows(const std::string& names, uint32_t kind) const;
+    int32_t method(const char* name) const;
+    int32_t servo(double value, const std::vector<double>& joints = std::vector<double>(6)) const;
+    Package latest() const;
+
+    uint8_t* dataspace() const { return get_vexo_dataspace(handle); }
+    uint32_t member(size_t offset) const { return read_u32(dataspace() + offset); }
+    int socket(size_t offset) const { return static_cast<int>(member(offset)); }
+    // Waits until so many bytes lie unread in the socket at this offset.
+    bool wait_unread(size_t socket_offset, int count) const;
+
+    std::string address;
+    uint32_t handle = 0;
+    uint32_t output_recipe = 0;
+    uint32_t input_recipe = 0;
+    int32_t servo_row = 0;
+};
+
+}  // namespace test
+
+#endif
