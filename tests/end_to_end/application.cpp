@@ -1,5 +1,6 @@
 #include "tests/end_to_end/application.h"
 
+#include <linux/sockios.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
@@ -9,6 +10,10 @@ namespace test {
 sim::Options on_loopback(int number, sim::Options options) {
     options.address = own_loopback(number);
     return options;
+}
+
+std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
+    return out << outcome.result << ", printing \"" << outcome.printed << '"';
 }
 
 Application::Application(const std::string& controller) : address(controller) {
@@ -74,10 +79,13 @@ Package Application::latest() const {
     return package;
 }
 
-bool Application::wait_unread(size_t socket_offset, int count) const {
+bool Application::wait_settled(size_t socket_offset, int count) const {
     return wait_until([&] {
         int unread = 0;
-        return ioctl(socket(socket_offset), FIONREAD, &unread) == 0 && unread >= count;
+        int unconfirmed = 0;
+        ioctl(socket(socket_offset), SIOCINQ, &unread);
+        ioctl(socket(socket_offset), SIOCOUTQ, &unconfirmed);
+        return unread >= count && unconfirmed == 0;
     });
 }
 

@@ -3,6 +3,7 @@
 #define TESTS_END_TO_END_APPLICATION_H
 
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,22 @@ constexpr size_t kControlSocketOffset = kIoSocketOffset + 8;
 
 // The options, on the loopback address of that number.
 sim::Options on_loopback(int number = 1, sim::Options options = {});
+
+// What a call returned, and what it printed meanwhile.
+struct Outcome {
+    int32_t result;
+    std::string printed;
+
+    bool operator==(const Outcome&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const Outcome& outcome);
+
+template <typename Call>
+Outcome outcome_of(Call call) {
+    OutputCapture output;
+    const int32_t result = call();
+    return {result, output.text()};
+}
 
 // A latest package, as vexo_ouput_data_receive() gave it.
 struct Package {
@@ -58,8 +75,10 @@ public:
     uint8_t* dataspace() const { return get_vexo_dataspace(handle); }
     uint32_t member(size_t offset) const { return read_u32(dataspace() + offset); }
     int socket(size_t offset) const { return static_cast<int>(member(offset)); }
-    // Waits until so many bytes lie unread in the socket at this offset.
-    bool wait_unread(size_t socket_offset, int count) const;
+    // Waits until so many bytes lie unread in the socket at this offset, and the controller's
+    // system has confirmed all that was sent; until then the socket would hold the next message
+    // back.
+    bool wait_settled(size_t socket_offset, int count) const;
 
     std::string address;
     uint32_t handle = 0;

@@ -1,0 +1,97 @@
+// What the calls of a control cycle cost: system calls and allocations.
+#include <functional>
+#include <optional>
+
+#include "tests/end_to_end/allocations.h"
+#include "tests/end_to_end/application.h"
+#include "tests/support/system_calls.h"
+
+using namespace test;
+
+namespace {
+
+constexpr int kRepetitions = 3;
+constexpr double kJoints[6] = {0.1, -1.1, 1.5, -0.3, 1.4, 0.2};
+
+// A cyclic call, its good result, and its system calls.
+struct CyclicCall {
+    const char* name;
+    std::function<int32_t(const Application&)> call;
+    const char* system_calls;
+};
+
+uint8_t package[VEXO_MAX_OUTPUT_PACKAGE];
+
+const CyclicCall kCalls[] = {
+    {"servo",
+     [](const Application& app) {
+         return cvexo_servoj(app.handle, app.servo_row, 0.001, 1, kJoints, 6, kJoints);
+     },
+     "wait send wait receive "},
+    {"write",
+     [](const Application& app) {
+         return vexo_input_data_send(app.handle, app.input_recipe, kJoints);
+     },
+     "wait send "},
+    {"read",
+     [](const Application& app) {
+         return vexo_ouput_data_receive(app.handle, 0, package, sizeof package);
+     },
+     ""},
+};
+
+void prepare(Application& app, int64_t mode) {
+    ASSERT_NO_FATAL_FAILURE(app.stream("package_counter,actual_joint_positions", mode));
+    ASSERT_NO_FATAL_FAILURE(app.set_up_input("external_joint_torques"));
+    ASSERT_TRUE(wait_until([&] { return app.latest().length() > 0; }));
+    for (const CyclicCall& cyclic : kCalls) {
+        ASSERT_EQ(cyclic.call(app), 0) << cyclic.name;
+    }
+}
+
+class CyclicCost : public ::testing::TestWithParam<int64_t> {};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Version, CyclicCost, ::testing::Values(1, 2));
+
+TEST_P(CyclicCost, IsASetNumberOfSystemCalls) {
+    const std::string address = own_loopback();
+    ChildProcess application([&] {
+        Application app(address);
+        ASSERT_NO_FATAL_FAILURE(prepare(app, GetParam()));
+        for (const CyclicCall& cyclic : kCalls) {
+            for (int i = 0; i < kRepetitions; ++i) {
+                const SystemCallSection section;
+                cyclic.call(app);
+            }
+        }
+    });
+    const sim::Simulator controller(on_loopback());
+    std::vector<std::string> sections;
+    const bool ended_well = application.trace(sections);
+    if (application.refused()) {
+        GTEST_SKIP() << "the system does not let a process trace its child";
+    }
+    EXPECT_TRUE(ended_well);
+    std::vector<std::string> expected;
+    for (const CyclicCall& cyclic : kCalls) {
+        expected.insert(expected.end(), kRepetitions, cyclic.system_calls);
+    }
+    EXPECT_EQ(sections, expected);
+}
+
+TEST_P(CyclicCost, IsNoAllocation) {
+    const sim::Simulator controller(on_loopback());
+    Application app;
+    ASSERT_NO_FATAL_FAILURE(prepare(app, GetParam()));
+    const uint64_t at_first = allocations();
+    ASSERT_GT(at_first, 0U);
+    for (const CyclicCall& cyclic : kCalls) {
+        const uint64_t before = allocations();
+        for (int i = 0; i < 1000; ++i) {
+            cyclic.call(app);
+        }
+        EXPECT_EQ(allocations(), before) << cyclic.name;
+    }
+}
