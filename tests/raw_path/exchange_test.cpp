@@ -1,4 +1,7 @@
 // Packages and inputs in frames, and what becomes of frames that are not as they should be.
+#include <filesystem>
+#include <thread>
+
 #include "tests/raw_path/raw_path.h"
 
 using namespace test;
@@ -36,6 +39,12 @@ protected:
 private:
     uint8_t mark_ = 0;
 };
+
+// Of this process.
+size_t threads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
 
 int count(const std::string& text, const std::string& part) {
     int found = 0;
@@ -92,6 +101,19 @@ TEST_F(RawExchange, ShowsPackagesUntilPaused) {
     session_->start();
     send_output(package({9}));
     EXPECT_TRUE(session_->shows(package({9})));
+}
+
+TEST_F(RawExchange, StartsOneThreadForHandlesThatStartAtOnce) {
+    RawSession other(2);
+    other.negotiate_raw(1);
+    const size_t before = threads();
+    std::thread beside([&] { other.start(); });
+    session_->start();
+    beside.join();
+    EXPECT_EQ(threads(), before + 1);
+    send_output(package({1}));
+    EXPECT_TRUE(session_->shows(package({1})));
+    EXPECT_TRUE(other.shows(package({1})));
 }
 
 TEST_F(RawExchange, IgnoresForeignStationsAndUnknownCodes) {

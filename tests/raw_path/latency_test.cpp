@@ -1,6 +1,6 @@
 // How soon a package can be read after its frame was sent, whatever else is on the links.
 #include <algorithm>
-#include <cstring>
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -149,4 +149,25 @@ TEST_F(RawLatency, SurvivesABurstOfForeignFrames) {
         latencies.push_back(time_until_shown(session, number + 1));
     }
     EXPECT_LT(median(latencies), milliseconds(2));
+}
+
+TEST_F(RawLatency, IsNotSpoiltByAFloodOnAnotherLink) {
+    make_veth_pair("host1", "02:00:00:00:00:0a", "robot1", "02:00:00:00:00:0b");
+    RawSession flooded(1);
+    RawSession session(2);
+    flooded.negotiate_raw(0, "host1");
+    session.negotiate_raw(0);
+    flooded.start();
+    session.start();
+    std::atomic<bool> stop{false};
+    std::thread flood([&] {
+        const auto port = Port::ethernet("robot1");
+        const Bytes foreign = from_foreign_station(controller_frame(kOutput, package({1})));
+        while (!stop) {
+            port->send(foreign);
+        }
+    });
+    EXPECT_LT(idle_latency(session), milliseconds(2));
+    stop = true;
+    flood.join();
 }
