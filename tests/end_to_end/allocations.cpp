@@ -1,5 +1,7 @@
 #include "tests/end_to_end/allocations.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -10,13 +12,13 @@ namespace {
 constinit thread_local uint64_t of_this_thread = 0;
 constinit std::atomic<int64_t> live = 0;
 
-void allocated() {
+void allocated(size_t size) {
     ++of_this_thread;
-    live.fetch_add(1, std::memory_order_relaxed);
+    live.fetch_add(static_cast<int64_t>(size), std::memory_order_relaxed);
 }
 
-void released() {
-    live.fetch_sub(1, std::memory_order_relaxed);
+void released(size_t size) {
+    live.fetch_sub(static_cast<int64_t>(size), std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -24,13 +26,19 @@ void released() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
 // The sanitizers have allocators of their own, which call these.
-extern "C" void __sanitizer_malloc_hook(const volatile void*, size_t) {
-    allocated();
+extern "C" {
+
+size_t __sanitizer_get_allocated_size(const volatile void* block);
+
+void __sanitizer_malloc_hook(const volatile void*, size_t size) {
+    allocated(size);
 }
 
-extern "C" void __sanitizer_free_hook(const volatile void*) {
-    released();
+void __sanitizer_free_hook(const volatile void* block) {
+    released(__sanitizer_get_allocated_size(block));
 }
+
+}  // extern "C"
 
 #else
 
@@ -43,27 +51,34 @@ void* __libc_realloc(void* block, size_t size);
 void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 
+}  // extern "C"
+
+namespace {
+
+void* counted(void* block) {
+    allocated(malloc_usable_size(block));
+    return block;
+}
+
+}  // namespace
+
+extern "C" {
+
 void* malloc(size_t size) {
-    allocated();
-    return __libc_malloc(size);
+    return counted(__libc_malloc(size));
 }
 
 void* calloc(size_t count, size_t size) {
-    allocated();
-    return __libc_calloc(count, size);
+    return counted(__libc_calloc(count, size));
 }
 
 void* realloc(void* block, size_t size) {
-    allocated();
-    if (block != nullptr) {
-        released();
-    }
-    return __libc_realloc(block, size);
+    released(malloc_usable_size(block));
+    return counted(__libc_realloc(block, size));
 }
 
 void* memalign(size_t alignment, size_t size) {
-    allocated();
-    return __libc_memalign(alignment, size);
+    return counted(__libc_memalign(alignment, size));
 }
 
 void* aligned_alloc(size_t alignment, size_t size) {
@@ -76,9 +91,7 @@ int posix_memalign(void** block, size_t alignment, size_t size) {
 }
 
 void free(void* block) {
-    if (block != nullptr) {
-        released();
-    }
+    released(malloc_usable_size(block));
     __libc_free(block);
 }
 
@@ -92,7 +105,7 @@ uint64_t allocations() {
     return of_this_thread;
 }
 
-int64_t live_blocks() {
+int64_t live_bytes() {
     return live.load();
 }
 

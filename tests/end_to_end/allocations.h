@@ -9,8 +9,8 @@ namespace test {
 // Blocks that the calling thread has allocated.
 uint64_t allocations();
 
-// Blocks of all threads that are allocated now, counted from some moment on.
-int64_t live_blocks();
+// Bytes that all threads together have allocated and not released.
+int64_t live_bytes();
 
 }  // namespace test
 

@@ -1,0 +1,5 @@
+foreach(test IN LISTS end_to_end_test_TESTS)
+  if(test MATCHES "Timing")
+    set_tests_properties(${test} PROPERTIES RUN_SERIAL TRUE)
+  endif()
+endforeach()
