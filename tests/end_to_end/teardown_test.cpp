@@ -176,16 +176,18 @@ TEST(TeardownRounds, LeaveNothingBehind) {
         ASSERT_EQ(app.servo(1), 0);
         ASSERT_EQ(vexo_destroy(app.handle), 0);
     };
+    const Holdings at_start;
+    const auto all_closed = [&] { return Holdings().descriptors == at_start.descriptors; };
     ASSERT_NO_FATAL_FAILURE(round());
     pthread_join(th_receive, nullptr);
-    ASSERT_TRUE(wait_until([&] { return !controller.streaming(); }));
+    ASSERT_TRUE(wait_until(all_closed));
     const Holdings before;
     constexpr int kRounds = 300;
     for (int i = 0; i < kRounds; ++i) {
         ASSERT_NO_FATAL_FAILURE(round());
     }
     EXPECT_EQ(VexoHandleData_num, 0);
-    EXPECT_TRUE(wait_until([&] { return Holdings().descriptors == before.descriptors; }));
+    EXPECT_TRUE(wait_until(all_closed));
     EXPECT_EQ(Holdings().threads, before.threads);
     EXPECT_LT(Holdings().bytes, before.bytes + kRounds * 256);
 }
