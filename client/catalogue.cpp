@@ -11,7 +11,6 @@ using namespace vexo;
 
 namespace {
 
-constexpr uint8_t kFirstEntryOffset = 8;
 constexpr int kMaxEmptyPages = 3;
 
 // How the rows of a page array lie in the caller's memory.
