@@ -53,8 +53,8 @@ private:
 };
 
 bool untouched_behind(const uint8_t* buffer, size_t size, size_t used) {
-    return std::all_of(buffer + std::min(used, size), buffer + size,
-                       [](uint8_t byte) { return byte == kUntouched; });
+    static const std::vector<uint8_t> untouched(vexo::kBufferSize, kUntouched);
+    return used >= size || std::memcmp(buffer + used, untouched.data(), size - used) == 0;
 }
 
 void check_stored(Span frame) {

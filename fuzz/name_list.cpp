@@ -62,9 +62,9 @@ int expected_check(const std::string& list) {
         return 1;
     }
     const size_t blank = list.find(' ');
-    const size_t gap = list[0] == ',' ? 0 : list.find(",,");
-    if (blank != std::string::npos || gap != std::string::npos) {
-        return blank < (gap == 0 ? 0 : gap + 1) ? 2 : 3;
+    const size_t comma = (',' + list).find(",,");  // that ends an empty element
+    if (blank != std::string::npos || comma != std::string::npos) {
+        return blank < comma ? 2 : 3;
     }
     return list.back() == ',' ? 3 : 0;
 }
