@@ -3,8 +3,8 @@
 #include <functional>
 #include <span>
 
-#include "tests/end_to_end/allocations.h"
 #include "tests/end_to_end/application.h"
+#include "tests/support/allocations.h"
 #include "tests/support/system_calls.h"
 
 using namespace test;

@@ -8,8 +8,8 @@
 #include <optional>
 #include <thread>
 
-#include "tests/end_to_end/allocations.h"
 #include "tests/end_to_end/application.h"
+#include "tests/support/allocations.h"
 
 using namespace test;
 

@@ -1,4 +1,4 @@
-#include "tests/end_to_end/allocations.h"
+#include "tests/support/allocations.h"
 
 #include <malloc.h>
 
@@ -10,10 +10,12 @@
 namespace {
 
 constinit thread_local uint64_t of_this_thread = 0;
+constinit std::atomic<uint64_t> of_all_threads = 0;
 constinit std::atomic<int64_t> live = 0;
 
 void allocated(size_t size) {
     ++of_this_thread;
+    of_all_threads.fetch_add(1, std::memory_order_relaxed);
     live.fetch_add(static_cast<int64_t>(size), std::memory_order_relaxed);
 }
 
@@ -103,6 +105,10 @@ namespace test {
 
 uint64_t allocations() {
     return of_this_thread;
+}
+
+uint64_t allocations_of_all_threads() {
+    return of_all_threads.load();
 }
 
 int64_t live_bytes() {

@@ -1,5 +1,0 @@
-foreach(test IN LISTS end_to_end_test_TESTS)
-  if(test MATCHES "Timing")
-    set_tests_properties(${test} PROPERTIES RUN_SERIAL TRUE)
-  endif()
-endforeach()

@@ -1,0 +1,21 @@
+// Counts of what the process allocates, the library included. For that, what links this stands in
+// for malloc.
+#ifndef TESTS_SUPPORT_ALLOCATIONS_H
+#define TESTS_SUPPORT_ALLOCATIONS_H
+
+#include <cstdint>
+
+namespace test {
+
+// Blocks that the calling thread has allocated.
+uint64_t allocations();
+
+// The same of all threads together.
+uint64_t allocations_of_all_threads();
+
+// Bytes that all threads together have allocated and not released.
+int64_t live_bytes();
+
+}  // namespace test
+
+#endif
