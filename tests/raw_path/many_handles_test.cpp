@@ -1,6 +1,7 @@
 // Several simulated controllers at 1 kHz beside each other, and set-points at 1 kHz.
+#include <sched.h>
+
 #include <algorithm>
-#include <array>
 #include <thread>
 #include <vector>
 
@@ -16,6 +17,14 @@ namespace {
 
 class ManyHandles : public RawPath {
 protected:
+    // A real-time priority, where the machine grants one, keeps the load of others out of the
+    // measurement. All threads inherit it.
+    void SetUp() override {
+        const sched_param priority{.sched_priority = 1};
+        sched_setscheduler(0, SCHED_FIFO, &priority);
+        RawPath::SetUp();
+    }
+
     // On one cable, on another, and over TCP.
     std::vector<std::unique_ptr<SimulatedClient>> clients_of_all_kinds() {
         make_veth_pair("host1", "02:00:00:00:01:0a", "robot1", "02:00:00:00:01:0b");
@@ -114,14 +123,15 @@ TEST_P(SetPoints, AtOneKilohertzAllArriveInOrder) {
     const bool nack = GetParam();
     SimulatedClient client(1, Cable{"host0", "robot0", {}}, nack);
     client.start();
-    auto due = steady_clock::now();
     for (uint32_t i = 1; i <= kCount; ++i) {
         ASSERT_EQ(client.servo(i * 1e-4), 0);
         if (i % 10 == 0) {
             ASSERT_EQ(vexo_input_data_send(client.handle(), 2, &i), 0);
         }
-        due += milliseconds(1);
-        std::this_thread::sleep_until(due);
+        if (i % 50 == 0) {  // a station that is too slow loses frames
+            ASSERT_TRUE(client.simulator().wait_for_set_points(i));
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(900));
     }
     ASSERT_TRUE(client.simulator().wait_for_set_points(kCount));
     ASSERT_TRUE(client.simulator().wait_for_inputs(kCount / 10));
