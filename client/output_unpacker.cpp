@@ -16,7 +16,7 @@ constexpr size_t kPackageHeader = 4;
 
 size_t OutputUnpacker::wanted(size_t length) const {
     if (passing_ > 0) {
-        return std::min(passing_, sizeof bytes_);
+        return std::min(passing_, sizeof bytes_ - filled_);
     }
     const size_t limit = std::min(length, sizeof bytes_);
     return limit > filled_ ? limit - filled_ : 0;
@@ -32,10 +32,10 @@ void OutputUnpacker::received(size_t count) {
 
 size_t OutputUnpacker::next(size_t length) {
     drop_shown();
-    if (passing_ > 0 || filled_ < sizeof(uint16_t)) {
+    const size_t limit = std::min(length, sizeof bytes_);
+    if (limit == 0 || passing_ > 0 || filled_ < sizeof(uint16_t)) {
         return 0;
     }
-    const size_t limit = std::min(length, sizeof bytes_);
     size_t size = read_u16(bytes_);
     if (size < kPackageHeader || size > kBufferSize) {
         size = limit;

@@ -66,20 +66,19 @@ void ReceivedStream::serve_tcp(const Registration& handle, pollfd& polled) {
         last_failure_ = 0;
     }
     if (polled.fd == socket && polled.revents != 0) {
-        receive_packages(handle, socket, length);
+        receive_bytes(socket, length);
+    }
+    while (const size_t size = unpacker_.next(length)) {
+        show_package(*handle, *handle.store_sequence, unpacker_.package(), size);
     }
     polled.fd = resting() || unpacker_.wanted(length) == 0 ? -1 : socket;
 }
 
-// One receive, and every package that it completes.
-void ReceivedStream::receive_packages(const Registration& handle, int socket, size_t length) {
+void ReceivedStream::receive_bytes(int socket, size_t length) {
     const ssize_t got = recv(socket, unpacker_.room(), unpacker_.wanted(length), MSG_DONTWAIT);
     if (got > 0) {
         last_failure_ = 0;
         unpacker_.received(static_cast<size_t>(got));
-        while (const size_t size = unpacker_.next(length)) {
-            show_package(*handle, *handle.store_sequence, unpacker_.package(), size);
-        }
         return;
     }
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) {

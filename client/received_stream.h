@@ -24,7 +24,7 @@ public:
 
 private:
     void serve_tcp(const Registration& handle, pollfd& polled);
-    void receive_packages(const Registration& handle, int socket, size_t length);
+    void receive_bytes(int socket, size_t length);
     void serve_raw(const Registration& handle, pollfd& polled);
     void receive_frames(const Registration& handle);
     void take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,

@@ -158,6 +158,23 @@ TEST(OutputStream, TakesAPackageByItsOwnLength) {
     join_receive_thread();
 }
 
+TEST(OutputStream, StaysInStepWhenTheRecipeChangesWithinAPackage) {
+    StreamSession s;
+    s.start();
+    Bytes begin = package(40, 1);
+    begin.resize(30);
+    s.stream(begin);
+    ASSERT_TRUE(s.receive.done());
+    for (const uint32_t length : {0U, 20U, 60U, 20U}) {
+        s.pause();
+        write_u32(s.dataspace() + kOutputLengthOffset, length);
+        s.start();
+    }
+    s.stream(Bytes(10, 1) + package(20, 2));
+    EXPECT_TRUE(s.shows(package(20, 2)));
+    join_receive_thread();
+}
+
 TEST(OutputStream, NeverShowsATornPackage) {
     StreamSession s(1440);
     s.start();
