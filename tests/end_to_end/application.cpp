@@ -55,6 +55,16 @@ void Application::stream(const std::string& outputs, int64_t mode) {
     ASSERT_NO_FATAL_FAILURE(start());
 }
 
+int32_t Application::destroy() {
+    static bool thread_ended = false;
+    const int32_t result = vexo_destroy(handle);
+    if (recv_thread_init_ok != 0 && !thread_ended) {
+        thread_ended = true;
+        EXPECT_EQ(pthread_join(th_receive, nullptr), 0);
+    }
+    return result;
+}
+
 std::vector<int32_t> Application::rows(const std::string& names, uint32_t kind) const {
     const auto count = 1 + std::count(names.begin(), names.end(), ',');
     std::vector<int32_t> found(static_cast<size_t>(count), -1);

@@ -63,8 +63,11 @@ public:
     void set_up_output(const std::string& names);
     void set_up_input(const std::string& names);
     void start();
-    // All of them up to a package with these outputs.
+    // All of them up to the stream of these outputs.
     void stream(const std::string& outputs, int64_t mode = 2);
+
+    // Ends the handle, and sees the receive thread's end.
+    int32_t destroy();
 
     // Rows of a comma-separated list of names.
     std::vector<int32_t> rows(const std::string& names, uint32_t kind) const;

@@ -103,7 +103,7 @@ void command(const Application& app) {
     EXPECT_EQ(cvexo_stopsensorforceinput(h, app.method("stopSensorForceInput")), 0);
 }
 
-void pause_and_destroy(const Application& app) {
+void pause_and_destroy(Application& app) {
     EXPECT_EQ(vexo_output_pause(app.handle, 0), 0);
     EXPECT_EQ(app.latest().result, VEXO_ERROR_NOT_FOUND);
     const uint8_t* store = app.dataspace() + kStoreOffset;
@@ -111,7 +111,7 @@ void pause_and_destroy(const Application& app) {
     EXPECT_TRUE(wait_until([&] { return app.latest().value<uint32_t>(kCounter) > 0; }));
     EXPECT_EQ(store[2], 'U');
     EXPECT_EQ(vexo_output_pause(app.handle, 0), 0);
-    EXPECT_EQ(vexo_destroy(app.handle), 0);
+    EXPECT_EQ(app.destroy(), 0);
     EXPECT_EQ(check_Handle(app.handle), 0U);
     EXPECT_EQ(app.latest().result, -1);
 }

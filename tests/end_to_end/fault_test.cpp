@@ -1,5 +1,6 @@
 // Every request, and each way in which its reply can go wrong.
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <tuple>
 
@@ -95,7 +96,7 @@ protected:
         ASSERT_NO_FATAL_FAILURE(connect_small(app_));
         ASSERT_EQ(call(), 0);
         reply_size_ = app_.dataspace()[kResponseOffset];
-        app_.dataspace()[kStreamingOffset] = 0;
+        std::atomic_ref(app_.dataspace()[kStreamingOffset]) = 0;  // the receive thread may look
         std::memset(handed_.bytes, 0xA5, sizeof handed_.bytes);
     }
 
@@ -170,7 +171,7 @@ TEST_P(Fault, EndsAsStatedAndLeavesNothingElse) {
         EXPECT_EQ(outcome_of([&] { return call(); }), (Outcome{0, ""}));
         EXPECT_EQ(app_.dataspace()[kResponseOffset], reply_size_);
     }
-    EXPECT_EQ(vexo_destroy(app_.handle), 0);
+    EXPECT_EQ(app_.destroy(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Timing, CutReply, ::testing::ValuesIn(those_with(Request::single)),
@@ -188,6 +189,7 @@ TEST_P(CutReply, IsExaminedByItsFirstPiece) {
         EXPECT_EQ(call(), status) << cut;
         EXPECT_EQ(call(), status) << "with the rest of the reply, cut at " << cut;
     }
+    EXPECT_EQ(app_.destroy(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Timing, CutPage, ::testing::ValuesIn(those_with(Request::page)),

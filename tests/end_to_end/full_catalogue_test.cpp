@@ -79,5 +79,5 @@ TEST_P(FullCatalogue, IsReadAndFound) {
     }
     EXPECT_EQ(build_all_hashes(app.handle), 0);
     find_all(app, options.catalogue.outputs, 1);
-    EXPECT_EQ(vexo_destroy(app.handle), 0);
+    EXPECT_EQ(app.destroy(), 0);
 }

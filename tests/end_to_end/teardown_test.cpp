@@ -155,11 +155,10 @@ TEST_P(Teardown, LeavesOtherHandlesWithTheirLatestPackage) {
     ASSERT_NO_FATAL_FAILURE(GetParam().reach(app, controller));
     ASSERT_TRUE(reader.reads_on());
 
-    EXPECT_EQ(outcome_of([&] { return vexo_destroy(app.handle); }), GetParam().destroyed);
+    EXPECT_EQ(outcome_of([&] { return app.destroy(); }), GetParam().destroyed);
     EXPECT_EQ(check_Handle(app.handle), 0U);
     EXPECT_EQ(VexoHandleData_num, 1);
     EXPECT_TRUE(reader.reads_on());
-    pthread_join(th_receive, nullptr);
     const auto last = other.latest().value<uint32_t>(0);
     EXPECT_TRUE(other_controller.wait_for_packages(other_controller.counters().packages_sent + 50));
     EXPECT_EQ(other.latest().value<uint32_t>(0), last) << "nobody receives any more";
@@ -174,12 +173,11 @@ TEST(TeardownRounds, LeaveNothingBehind) {
         Application app;
         ASSERT_NO_FATAL_FAILURE(app.stream(kOutputs));
         ASSERT_EQ(app.servo(1), 0);
-        ASSERT_EQ(vexo_destroy(app.handle), 0);
+        ASSERT_EQ(app.destroy(), 0);
     };
     const Holdings at_start;
     const auto all_closed = [&] { return Holdings().descriptors == at_start.descriptors; };
     ASSERT_NO_FATAL_FAILURE(round());
-    pthread_join(th_receive, nullptr);
     ASSERT_TRUE(wait_until(all_closed));
     const Holdings before;
     constexpr int kRounds = 300;
