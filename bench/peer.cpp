@@ -8,12 +8,12 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <mutex>
 #include <thread>
 
@@ -69,7 +69,7 @@ struct Pages {
 class Controller {
 public:
     explicit Controller(const Peer& peer)
-        : options_(peer.options()),
+        : options_(peer.options),
           peer_(peer),
           package_(output_package(std::max(options_.package_size, kUsualPackage))) {}
 
@@ -243,7 +243,7 @@ void make_link(const Peer& peer) {
                       mac[3], mac[4], mac[5]);
         return std::string(words);
     };
-    const std::string robot = "robot" + std::to_string(peer.options().number);
+    const std::string robot = "robot" + std::to_string(peer.options.number);
     const std::string host = peer.host_interface();
     run_ip("link add name " + host + " address " + text(peer.host_mac()) + " type veth peer name " +
            robot + " address " + text(peer.mac()));
@@ -290,44 +290,41 @@ int open_link(const std::string& interface) {
     return fd;
 }
 
-Peer::Peer(const PeerOptions& options) : options_(options) {
+const Peer& start_peer(const PeerOptions& options) {
+    static std::deque<Peer> peers;
+    const Peer& peer = peers.emplace_back(Peer{options});
     if (options.raw) {
-        make_link(*this);
+        make_link(peer);
     }
     int ends[2];
     require(pipe(ends) == 0, "no pipe");
-    process_ = fork();
-    if (process_ == 0) {
+    if (fork() == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         pin(Place::controller);
-        Controller(*this).serve(ends[1]);
+        Controller(peer).serve(ends[1]);
         _exit(0);
     }
     close(ends[1]);
     char ready = 0;
     require(read(ends[0], &ready, 1) == 1, "the controller does not start");
     close(ends[0]);
-}
-
-Peer::~Peer() {
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
+    return peer;
 }
 
 std::string Peer::address() const {
-    return "127.77." + std::to_string(options_.number) + ".1";
+    return "127.77." + std::to_string(options.number) + ".1";
 }
 
 std::string Peer::host_interface() const {
-    return "host" + std::to_string(options_.number);
+    return "host" + std::to_string(options.number);
 }
 
 Mac Peer::host_mac() const {
-    return station(1, options_.number);
+    return station(1, options.number);
 }
 
 Mac Peer::mac() const {
-    return station(2, options_.number);
+    return station(2, options.number);
 }
 
 }  // namespace bench

@@ -3,8 +3,6 @@
 #ifndef BENCH_PEER_H
 #define BENCH_PEER_H
 
-#include <sys/types.h>
-
 #include <string>
 
 #include "bench/wire.h"
@@ -35,23 +33,17 @@ struct PeerOptions {
     size_t package_size = 0;   // of what it streams at 1 kHz while the stream is on; 0: nothing
 };
 
-class Peer {
-public:
-    explicit Peer(const PeerOptions& options);
-    ~Peer();
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
+struct Peer {
+    PeerOptions options;
 
     std::string address() const;
     std::string host_interface() const;
     Mac host_mac() const;
     Mac mac() const;
-    const PeerOptions& options() const { return options_; }
-
-private:
-    PeerOptions options_;
-    pid_t process_ = -1;
 };
+
+// Starts a controller, which ends with the calling process.
+const Peer& start_peer(const PeerOptions& options);
 
 // A number for PeerOptions: each call gives the next.
 int next_peer_number();

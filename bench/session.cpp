@@ -13,7 +13,7 @@ uint32_t open_session(const Peer& peer, int64_t mode, uint32_t nack) {
             "cannot connect");
     require(vexo_protocol_version_request(handle, mode, nack) == 0, "cannot negotiate");
     require(mode < 2 || vexo_all_recipe_get(handle) == 0, "no catalogue");
-    const size_t size = peer.options().package_size;
+    const size_t size = peer.options.package_size;
     std::vector<uint32_t> rows = rows_of_package(size > 0 ? size : kUsualPackage);
     uint32_t recipe = 0;
     require(vexo_output_setup_send(handle, static_cast<int32_t>(rows.size()), rows.data(), 0,

@@ -34,7 +34,6 @@ void receive_all(int fd, void* data, size_t size) {
 [[noreturn]] void serve_rounds(int fd, const Prepare& prepare) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-    pin(Place::application);
     const Measure measure = prepare();
     char go = 0;
     while (read(fd, &go, 1) == 1) {

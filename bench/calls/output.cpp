@@ -10,20 +10,18 @@ namespace bench {
 
 namespace {
 
-struct Stream {
-    Peer peer{{.number = 200, .package_size = kLargestPackage}};
-    uint32_t handle = open_session(peer, 2);
-
-    Stream() { start_output(handle); }
-};
-
-Stream& stream() {
-    static Stream running;
-    return running;
+uint32_t streaming_handle() {
+    static const uint32_t handle = [] {
+        const uint32_t made =
+            open_session(start_peer({.number = 200, .package_size = kLargestPackage}), 2);
+        start_output(made);
+        return made;
+    }();
+    return handle;
 }
 
 void library(benchmark::State& state) {
-    const uint32_t handle = stream().handle;
+    const uint32_t handle = streaming_handle();
     uint8_t package[kLargestPackage];
     for (auto _ : state) {
         vexo_ouput_data_receive(handle, 0, package, sizeof package);
@@ -33,7 +31,7 @@ void library(benchmark::State& state) {
 
 // Beside the same stream.
 void limit(benchmark::State& state) {
-    stream();
+    streaming_handle();
     static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     static uint8_t latest[kLargestPackage];
     uint8_t package[kLargestPackage];

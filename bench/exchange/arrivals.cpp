@@ -40,7 +40,7 @@ Round watch(Read read) {
 }
 
 // The receive thread runs beside the controller: the other processor is the reader's.
-Measure watch_session(uint32_t handle, std::vector<std::shared_ptr<Peer>> peers) {
+Measure watch_session(uint32_t handle) {
     return [=, started = false]() mutable {
         start_output(handle);
         if (!started) {
@@ -50,7 +50,7 @@ Measure watch_session(uint32_t handle, std::vector<std::shared_ptr<Peer>> peers)
         const Round round = watch([&](uint8_t* package, size_t size) {
             vexo_ouput_data_receive(handle, 0, package, static_cast<uint32_t>(size));
         });
-        require(vexo_output_pause(handle, 0) == 0 && !peers.empty(), "no pause");
+        require(vexo_output_pause(handle, 0) == 0, "no pause");
         return round;
     };
 }
@@ -61,31 +61,33 @@ PeerOptions streaming(int number, bool raw) {
 
 Prepare library_alone(bool raw) {
     return [raw, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(streaming(number, raw));
-        return watch_session(open_session(*peer, raw ? 3 : 2), {peer});
+        pin(Place::application);
+        const Peer& peer = start_peer(streaming(number, raw));
+        return watch_session(open_session(peer, raw ? 3 : 2));
     };
 }
 
 // The nine others stream, as far as the library knows, but nothing comes.
 Prepare library_among_silent(bool raw) {
     return [raw, number = next_peer_number(), silent_number = next_peer_number()]() -> Measure {
-        auto silent = std::make_shared<Peer>(PeerOptions{.number = silent_number});
-        auto peer = std::make_shared<Peer>(streaming(number, raw));
+        pin(Place::application);
+        const Peer& silent = start_peer({.number = silent_number});
+        const Peer& peer = start_peer(streaming(number, raw));
         std::vector<uint32_t> handles;
         for (int i = 0; i < kSilentHandles; ++i) {
-            handles.push_back(open_session(*silent, 2));
+            handles.push_back(open_session(silent, 2));
         }
-        const uint32_t handle = open_session(*peer, raw ? 3 : 2);
+        const uint32_t handle = open_session(peer, raw ? 3 : 2);
         for (const uint32_t other : handles) {
             start_output(other);
         }
-        return watch_session(handle, {peer, silent});
+        return watch_session(handle);
     };
 }
 
 int open_stream(const Peer& peer) {
-    return peer.options().raw ? open_link(peer.host_interface())
-                              : connect_bare(peer.address(), kReceivePort);
+    return peer.options.raw ? open_link(peer.host_interface())
+                            : connect_bare(peer.address(), kReceivePort);
 }
 
 // Blocks in the receive call, and copies once.
@@ -102,13 +104,13 @@ void receive_bare(int fd, size_t header, BareStore& store) {
 
 Prepare bare_alone(bool raw) {
     return [raw, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(streaming(number, raw));
-        const int stream = open_stream(*peer);
-        const int io = connect_bare(peer->address(), kIoPort);
+        pin(Place::application);
+        const Peer& peer = start_peer(streaming(number, raw));
+        const int stream = open_stream(peer);
+        const int io = connect_bare(peer.address(), kIoPort);
         auto store = std::make_shared<BareStore>();
         std::thread([=] { receive_bare(stream, raw ? kFrameHeader : 0, *store); }).detach();
         return [=] {
-            (void)peer;
             ask(io, message('S', {}));
             const Round round =
                 watch([&](uint8_t* package, size_t size) { store->get(package, size); });

@@ -2,7 +2,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "bench/bare.h"
 #include "bench/exchange/pairs.h"
@@ -16,10 +15,10 @@ constexpr int kLoadsPerRound = 10;
 
 Prepare library_catalogue() {
     return [number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{number});
-        const uint32_t handle = open_session(*peer, 2);
+        pin(Place::application);
+        const Peer& peer = start_peer({number});
+        const uint32_t handle = open_session(peer, 2);
         return [=] {
-            (void)peer;
             return time_calls(kLoadsPerRound, 0,
                               [=] { require(vexo_all_recipe_get(handle) == 0, "no catalogue"); });
         };
@@ -50,10 +49,10 @@ void read_page(int fd, char letter, uint32_t first) {
 
 Prepare bare_catalogue() {
     return [number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{number});
-        const int fd = connect_bare(peer->address(), kIoPort);
+        pin(Place::application);
+        const Peer& peer = start_peer({number});
+        const int fd = connect_bare(peer.address(), kIoPort);
         return [=] {
-            (void)peer;
             return time_calls(kLoadsPerRound, 0, [=] {
                 const std::pair<char, uint32_t> lists[] = {
                     {'R', kOutputRows}, {'r', kInputRows}, {'M', kMethodRows}};

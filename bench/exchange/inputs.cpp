@@ -1,8 +1,6 @@
 // Input packages: sends without a reply.
 #include <sys/socket.h>
 
-#include <memory>
-
 #include "bench/bare.h"
 #include "bench/exchange/pairs.h"
 #include "bench/session.h"
@@ -17,10 +15,10 @@ constexpr double kValues[6] = {0, 0.1, 0.2, 0.3, 0.4, 0.5};
 
 Prepare library_input(bool raw) {
     return [raw, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{.number = number, .raw = raw});
-        const uint32_t handle = open_session(*peer, raw ? 3 : 2);
+        pin(Place::application);
+        const Peer& peer = start_peer({.number = number, .raw = raw});
+        const uint32_t handle = open_session(peer, raw ? 3 : 2);
         return [=] {
-            (void)peer;
             return time_calls(kCallsPerRound, kPeriod, [=] {
                 require(vexo_input_data_send(handle, 1, kValues) == 0, "input not sent");
             });
@@ -30,10 +28,10 @@ Prepare library_input(bool raw) {
 
 Prepare bare_input_tcp() {
     return [number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{.number = number});
-        const int fd = connect_bare(peer->address(), kIoPort);
+        pin(Place::application);
+        const Peer& peer = start_peer({.number = number});
+        const int fd = connect_bare(peer.address(), kIoPort);
         return [=, package = input_package()] {
-            (void)peer;
             return time_calls(kCallsPerRound, kPeriod, [&] {
                 require(
                     ready_to_send(fd) && send(fd, package.data(), package.size(), MSG_NOSIGNAL) > 0,
@@ -45,9 +43,10 @@ Prepare bare_input_tcp() {
 
 Prepare bare_input_raw() {
     return [number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{.number = number, .raw = true});
-        const int link = open_link(peer->host_interface());
-        return [=, bytes = frame(peer->mac(), peer->host_mac(), kInputCode, input_package())] {
+        pin(Place::application);
+        const Peer& peer = start_peer({.number = number, .raw = true});
+        const int link = open_link(peer.host_interface());
+        return [=, bytes = frame(peer.mac(), peer.host_mac(), kInputCode, input_package())] {
             return time_calls(kCallsPerRound, kPeriod, [&] {
                 require(send(link, bytes.data(), bytes.size(), 0) > 0, "input not sent");
             });

@@ -32,10 +32,11 @@ PeerOptions streaming(int number) {
 
 Prepare library_load(bool stream) {
     return [stream, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(streaming(number));
+        pin(Place::application);
+        const Peer& peer = start_peer(streaming(number));
         std::vector<uint32_t> handles;
         for (int i = 0; i < kHandles; ++i) {
-            handles.push_back(open_session(*peer, 2));
+            handles.push_back(open_session(peer, 2));
         }
         for (const uint32_t handle : handles) {
             start_output(handle);
@@ -44,7 +45,6 @@ Prepare library_load(bool stream) {
             require(vexo_output_pause(handle, 0) == 0, "no pause");
         }
         return [=] {
-            (void)peer;
             for (const uint32_t handle : handles) {
                 require(!stream || vexo_output_start(handle, 0) == 0, "no output");
             }
@@ -80,15 +80,15 @@ void receive_bare(std::vector<int> streams) {
 
 Prepare bare_load() {
     return [number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(streaming(number));
+        pin(Place::application);
+        const Peer& peer = start_peer(streaming(number));
         std::vector<int> streams;
         for (int i = 0; i < kHandles; ++i) {
-            streams.push_back(connect_bare(peer->address(), kReceivePort));
+            streams.push_back(connect_bare(peer.address(), kReceivePort));
         }
-        const int io = connect_bare(peer->address(), kIoPort);
+        const int io = connect_bare(peer.address(), kIoPort);
         auto reader = std::make_shared<std::thread>(receive_bare, streams);
         return [=] {
-            (void)peer;
             ask(io, message('S', {}));
             usleep(20'000);
             const Round round = use_of_processor(reader->native_handle());

@@ -38,11 +38,11 @@ void send_set_point(uint32_t handle) {
 
 Prepare library_tcp(int form) {
     return [form, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{number});
-        const uint32_t handle = open_session(*peer, form);
+        pin(Place::application);
+        const Peer& peer = start_peer({number});
+        const uint32_t handle = open_session(peer, form);
         const int socket = control_socket(handle);
         return [=] {
-            (void)peer;
             return time_calls(kCallsPerRound, kPeriod, [=] {
                 call_and_resynchronise(socket, [=] { send_set_point(handle); });
             });
@@ -64,10 +64,10 @@ void bare_round_trip(int fd, Bytes& request, uint32_t& sequence) {
 
 Prepare bare_tcp(int form) {
     return [form, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(PeerOptions{number});
-        const int fd = connect_bare(peer->address(), kControlPort);
+        pin(Place::application);
+        const Peer& peer = start_peer({number});
+        const int fd = connect_bare(peer.address(), kControlPort);
         return [=, request = set_point(form), sequence = 0u]() mutable {
-            (void)peer;
             return time_calls(kCallsPerRound, kPeriod, [&] {
                 call_and_resynchronise(fd, [&] { bare_round_trip(fd, request, sequence); });
             });
@@ -77,14 +77,12 @@ Prepare bare_tcp(int form) {
 
 Prepare library_raw(bool acknowledged) {
     return [acknowledged, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(
-            PeerOptions{.number = number, .raw = true, .acknowledges = acknowledged});
-        const uint32_t handle = open_session(*peer, 3, acknowledged ? 0 : 1);
+        pin(Place::application);
+        const Peer& peer =
+            start_peer(PeerOptions{.number = number, .raw = true, .acknowledges = acknowledged});
+        const uint32_t handle = open_session(peer, 3, acknowledged ? 0 : 1);
         start_output(handle);
-        return [=] {
-            (void)peer;
-            return time_calls(kCallsPerRound, kPeriod, [=] { send_set_point(handle); });
-        };
+        return [=] { return time_calls(kCallsPerRound, kPeriod, [=] { send_set_point(handle); }); };
     };
 }
 
@@ -113,13 +111,13 @@ struct BareReplies {
 
 Prepare bare_raw(bool acknowledged) {
     return [acknowledged, number = next_peer_number()]() -> Measure {
-        auto peer = std::make_shared<Peer>(
-            PeerOptions{.number = number, .raw = true, .acknowledges = acknowledged});
-        const int link = open_link(peer->host_interface());
+        pin(Place::application);
+        const Peer& peer =
+            start_peer(PeerOptions{.number = number, .raw = true, .acknowledges = acknowledged});
+        const int link = open_link(peer.host_interface());
         auto replies = acknowledged ? std::make_shared<BareReplies>(link) : nullptr;
-        Bytes bytes = frame(peer->mac(), peer->host_mac(), kServoCode, set_point(2));
+        Bytes bytes = frame(peer.mac(), peer.host_mac(), kServoCode, set_point(2));
         return [=, sequence = 0u]() mutable {
-            (void)peer;
             return time_calls(kCallsPerRound, kPeriod, [&] {
                 store(&bytes[kFrameHeader + kSetPointSequence], ++sequence);
                 send(link, bytes.data(), bytes.size(), 0);

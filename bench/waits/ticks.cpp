@@ -1,5 +1,4 @@
 // Lateness of a 500 µs tick: the simulated timer's callback beside cyclictest's thread.
-#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -38,18 +37,7 @@ void note_lateness(uint32_t, void* arg) {
     ticks.lateness.push_back(static_cast<double>(late) / 1000);
 }
 
-// Threads and processes made from now on may run on every processor.
-void unpin() {
-    cpu_set_t all;
-    CPU_ZERO(&all);
-    for (int i = 0; i < CPU_SETSIZE; ++i) {
-        CPU_SET(i, &all);
-    }
-    pthread_setaffinity_np(pthread_self(), sizeof all, &all);
-}
-
 Measure library() {
-    unpin();
     return [] {
         Ticks ticks;
         ticks.lateness.reserve(kSliceSeconds * 1'000'000 / kPeriodMicroseconds + 100);
@@ -87,7 +75,6 @@ Round run_cyclictest() {
 }
 
 Measure limit() {
-    unpin();
     return run_cyclictest;
 }
 
