@@ -2,10 +2,12 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 #include "log/log_files.h"
 #include "log/log_queue.h"
@@ -17,7 +19,6 @@ namespace vexo {
 
 namespace {
 
-constexpr size_t kLineSize = 2048;
 constexpr char kGeneralKey[] = "sys_log";
 
 LogQueue log_queue;
@@ -28,8 +29,7 @@ void* log_writer_thread(void*) {
     static LogFiles files;
     LogEntry entry;
     while (log_queue.take(entry)) {
-        files.write(entry.key, entry.message);
-        std::free(entry.message);
+        files.write(entry.key, entry.line);
     }
     files.close_all();
     std::fputs("Log thread exited\n", stderr);
@@ -49,15 +49,40 @@ const char* calendar_text(time_t second) {
     return text;
 }
 
-// The whole line on the heap, or null when there is no memory.
-char* make_line(uint32_t handle, const char* function, const char* text) {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    char line[kLineSize];
-    std::snprintf(line, sizeof line, "Function:%s Handle:%d Time:%s.%06ld %s\n", function,
-                  static_cast<int>(handle), calendar_text(now.tv_sec), now.tv_usec, text);
-    return strdup(line);
-}
+// A line under construction; what has no room is left out.
+class Line {
+public:
+    Line& text(const char* characters) {
+        const char* const shown = characters != nullptr ? characters : "(null)";
+        return append(shown, std::strlen(shown));
+    }
+    Line& number(int32_t value) {
+        char digits[12];
+        return append(digits, static_cast<size_t>(
+                                  std::to_chars(digits, std::end(digits), value).ptr - digits));
+    }
+    Line& six_digits(long value) {
+        char digits[6];
+        for (char* digit = std::end(digits); digit != digits; value /= 10) {
+            *--digit = static_cast<char>('0' + value % 10);
+        }
+        return append(digits, sizeof digits);
+    }
+
+    const char* characters() const { return characters_; }
+    size_t length() const { return length_; }
+
+private:
+    Line& append(const char* characters, size_t count) {
+        const size_t taken = std::min(count, kLogLineSize - 1 - length_);
+        std::memcpy(characters_ + length_, characters, taken);
+        length_ += taken;
+        return *this;
+    }
+
+    char characters_[kLogLineSize];
+    size_t length_ = 0;
+};
 
 }  // namespace
 
@@ -79,10 +104,14 @@ void log_write(uint32_t handle, const char* function, const char* text) {
     if (key == nullptr || (handle != 0 && (function == nullptr || text == nullptr))) {
         return;
     }
-    char* line = make_line(handle, function, text);
-    if (line != nullptr && !log_queue.put(line, key)) {
-        std::free(line);
-    }
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    Line line;
+    line.text("Function:").text(function);
+    line.text(" Handle:").number(static_cast<int32_t>(handle));
+    line.text(" Time:").text(calendar_text(now.tv_sec)).text(".").six_digits(now.tv_usec);
+    line.text(" ").text(text).text("\n");
+    log_queue.put(line.characters(), line.length(), key);
 }
 
 void log_cleanup(void) {
@@ -94,6 +123,5 @@ void log_cleanup(void) {
         pthread_join(log_thread, nullptr);
         log_thread_runs = false;
     }
-    log_queue.release_messages();
     log_init_ok = 0;
 }

@@ -49,8 +49,8 @@ VEXO_API void log_init(void);
  *   function  name of the operation that logs
  *   text      the message, without a line feed at its end
  * The line is silently dropped when the handle is not registered, when `function` or `text` is null
- * (with a handle other than 0; with 0 "(null)" is logged), when there is no memory, or when 31
- * lines wait. Costs one clock reading, one allocation and a short critical section. Thread: any.
+ * (with a handle other than 0; with 0 "(null)" is logged), or when 31 lines wait. Costs one clock
+ * reading and a short critical section, and allocates nothing. Thread: any.
  */
 VEXO_API void log_write(uint32_t handle, const char* function, const char* text);
 

@@ -1,64 +1,66 @@
 #include "log/log_queue.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "log/mutex_lock.h"
 
 namespace vexo {
 
+namespace {
+
+void copy_key(LogEntry& entry, const char* key) {
+    const size_t length = strnlen(key, sizeof entry.key - 1);
+    std::memcpy(entry.key, key, length);
+    entry.key[length] = '\0';
+}
+
+}  // namespace
+
 void LogQueue::restart() {
     const MutexLock lock(mutex_);
-    release_locked();
     head_ = 0;
     tail_ = 0;
     stop_ = false;
 }
 
-bool LogQueue::put(char* message, const char* key) {
+void LogQueue::put(const char* line, size_t length, const char* key) {
     const MutexLock lock(mutex_);
-    const int next = after(tail_);
-    if (next == head_) {
-        return false;
+    const int tail = tail_.load(std::memory_order_relaxed);
+    const int next = after(tail);
+    if (next == head_.load(std::memory_order_acquire)) {
+        return;
     }
-    LogEntry& entry = entries_[tail_];
-    entry.message = message;
-    std::strncpy(entry.key, key, kLogKeySize - 1);
-    tail_ = next;
+    LogEntry& entry = entries_[tail];
+    std::memcpy(entry.line, line, length);
+    entry.line[length] = '\0';
+    copy_key(entry, key);
+    tail_.store(next, std::memory_order_release);
     pthread_cond_signal(&changed_);
-    return true;
 }
 
 bool LogQueue::take(LogEntry& entry) {
-    const MutexLock lock(mutex_);
-    while (head_ == tail_ && !stop_) {
-        pthread_cond_wait(&changed_, &mutex_);
-    }
-    if (head_ == tail_) {
+    const int head = head_.load(std::memory_order_relaxed);
+    if (head == tail_.load(std::memory_order_acquire) && !wait_for_line(head)) {
         return false;
     }
-    entry = entries_[head_];
-    entries_[head_].message = nullptr;
-    head_ = after(head_);
+    std::strcpy(entry.line, entries_[head].line);
+    copy_key(entry, entries_[head].key);
+    head_.store(after(head), std::memory_order_release);
     return true;
+}
+
+bool LogQueue::wait_for_line(int head) {
+    const MutexLock lock(mutex_);
+    while (head == tail_ && !stop_) {
+        pthread_cond_wait(&changed_, &mutex_);
+    }
+    return head != tail_;
 }
 
 void LogQueue::request_stop() {
     const MutexLock lock(mutex_);
     stop_ = true;
     pthread_cond_broadcast(&changed_);
-}
-
-void LogQueue::release_messages() {
-    const MutexLock lock(mutex_);
-    release_locked();
-}
-
-void LogQueue::release_locked() {
-    for (int i = head_; i != tail_; i = after(i)) {
-        std::free(entries_[i].message);
-        entries_[i].message = nullptr;
-    }
 }
 
 }  // namespace vexo
