@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <ctime>
 
-#include "client/message.h"
 #include "log/racing_copy.h"
 
 namespace vexo {
@@ -43,9 +42,7 @@ uint32_t settled(const StoreSequence& sequence) {
 }
 
 void copy_store(const Dataspace& dataspace, uint8_t* buffer, uint32_t size) {
-    uint8_t length_word[2];
-    racing_copy(length_word, dataspace.output_store, sizeof length_word);
-    size_t length = read_u16(length_word);
+    size_t length = racing_u16(dataspace.output_store);
     if (size < length) {
         length = size > 0 ? size - 1 : 0;
     }
