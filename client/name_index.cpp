@@ -12,6 +12,30 @@ using namespace vexo;
 
 namespace {
 
+uint64_t mix(uint64_t hash, uint64_t word) {
+    constexpr uint64_t kOdd = 0x9E3779B97F4A7C15;
+    hash = (hash ^ word) * kOdd;
+    return hash ^ hash >> 32;
+}
+
+// Eight characters at a time; uthash's own functions take them one by one.
+unsigned hash_of(const char* name, size_t length) {
+    uint64_t hash = length;
+    for (; length >= sizeof hash; length -= sizeof hash, name += sizeof hash) {
+        uint64_t word;
+        std::memcpy(&word, name, sizeof word);
+        hash = mix(hash, word);
+    }
+    uint64_t rest = 0;
+    for (size_t i = 0; i < length; ++i) {
+        rest = rest << 8 | static_cast<uint8_t>(name[i]);
+    }
+    return static_cast<unsigned>(mix(hash, rest));
+}
+
+#undef HASH_FUNCTION
+#define HASH_FUNCTION(name, length, hash) hash = hash_of(name, length)
+
 // One of the three tables of a handle.
 struct NameTable {
     NameNode*& head;
