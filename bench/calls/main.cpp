@@ -12,7 +12,7 @@ namespace {
 using bench::CallPair;
 using bench::Round;
 
-constexpr int kRounds = 15;
+constexpr int kRounds = 11;
 constexpr double kSecondsPerRun = 0.05;
 
 // Takes the time per iteration and prints nothing.
