@@ -16,7 +16,7 @@ namespace {
 using namespace soak;
 
 constexpr char kLateFile[] = "late-cycles.csv";
-constexpr auto kSettling = std::chrono::seconds(3);
+constexpr auto kSettling = std::chrono::seconds(5);  // all rings are in use by then
 
 bool soak_for(double seconds, const char* client_interface, const char* peer_interface) {
     Peer peer(peer_interface);

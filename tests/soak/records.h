@@ -18,7 +18,7 @@ constexpr size_t kHandles = 10;
 constexpr size_t kTcpHandles = 5;  // the others use raw frames: at most 8 per process
 constexpr Nanoseconds kMillisecond = 1'000'000;
 constexpr Nanoseconds kSecond = 1'000'000'000;
-constexpr size_t kRemembered = 8192;  // packages of a handle, so some seconds of them
+constexpr size_t kRemembered = 2048;  // packages of a handle: two seconds of them
 
 inline Nanoseconds time_of(clockid_t clock) {
     timespec now{};
