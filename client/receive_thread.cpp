@@ -37,6 +37,14 @@ void wake() {
     }
 }
 
+void absorb_wake_up() {
+    const MutexLock lock(life_mutex);
+    eventfd_t count = 0;
+    if (wake_up >= 0) {
+        eventfd_read(wake_up, &count);
+    }
+}
+
 void drop_wake_up() {
     if (wake_up >= 0) {
         close(wake_up);
@@ -71,8 +79,7 @@ public:
     // Serves each handle. False when one of them is gone.
     bool pass() {
         if (polled_[count_].revents != 0) {
-            eventfd_t count = 0;
-            eventfd_read(polled_[count_].fd, &count);
+            absorb_wake_up();
         }
         for (uint32_t i = 0; i < count_; ++i) {
             const Registration handle = find_registration(streams_[i].handle());
