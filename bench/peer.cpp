@@ -298,7 +298,9 @@ const Peer& start_peer(const PeerOptions& options) {
     }
     int ends[2];
     require(pipe(ends) == 0, "no pipe");
-    if (fork() == 0) {
+    const pid_t process = fork();
+    require(process >= 0, "no process");
+    if (process == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         pin(Place::controller);
         Controller(peer).serve(ends[1]);

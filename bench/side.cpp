@@ -57,6 +57,7 @@ public:
         int ends[2];
         require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "no socket pair");
         process_ = fork();
+        require(process_ >= 0, "no process");
         if (process_ == 0) {
             close(ends[0]);
             serve_rounds(ends[1], prepare);

@@ -57,6 +57,7 @@ void run_in_turns(const CallPair& pair) {
 // In a process of its own, as every pair.
 void run_apart(const CallPair& pair) {
     const pid_t process = fork();
+    bench::require(process >= 0, "no process");
     if (process == 0) {
         dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
         run_in_turns(pair);

@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-constexpr size_t kPackagesPerRound = 500;
+constexpr size_t kPackagesPerRound = 200;
 constexpr size_t kSkipped = 10;  // at the start of a round, among them what the last one left over
 constexpr int kSilentHandles = 9;
 
@@ -132,14 +132,14 @@ std::vector<Pair> arrival_pairs() {
                          library_alone(raw),
                          bare_alone(raw),
                          {{"p50", p50, 1.15}},
-                         15,
+                         31,
                          "arrival_" + file + ".svg"});
         pairs.push_back({"the same beside nine silent handles," + path,
                          "µs",
                          library_among_silent(raw),
                          library_alone(raw),
                          {{"p50", p50, 1.25}, {"% missed", missed_percent, 0, Scale::difference}},
-                         15,
+                         31,
                          "arrival_ten_" + file + ".svg"});
     }
     return pairs;

@@ -75,6 +75,9 @@ Prepare bare_tcp(int form) {
     };
 }
 
+// The receiving thread shares the caller's processor, on both sides: as the caller spins between
+// its calls, each of them takes in the reply of the one before, so that the whole way is in the
+// figure.
 Prepare library_raw(bool acknowledged) {
     return [acknowledged, number = next_peer_number()]() -> Measure {
         pin(Place::application);
