@@ -238,6 +238,7 @@ TEST(OutputStream, DoesNotServeHandlesRegisteredLater) {
     second.stream(package(40, 5));
     first.stream(package(40, 6));
     EXPECT_TRUE(first.shows(package(40, 6)));
+    ASSERT_TRUE(second.receive.done());
     EXPECT_EQ(second.latest(4), Bytes(4, 0xEE));
     join_receive_thread();
 }
