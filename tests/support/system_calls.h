@@ -10,6 +10,13 @@
 
 namespace test {
 
+// The thread sanitizer's own locks make system calls of theirs.
+#ifdef __SANITIZE_THREAD__
+constexpr bool kCanCountSystemCalls = false;
+#else
+constexpr bool kCanCountSystemCalls = true;
+#endif
+
 // Runs a body in a process of its own. It is forked at once, so make it before anything that
 // starts a thread; the body waits for run() or trace().
 class ChildProcess {
