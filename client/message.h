@@ -28,9 +28,6 @@ public:
     // Takes bytes into the message that the buffer happens to hold.
     MessageWriter& skip(size_t count);
 
-    size_t size() const { return size_; }
-    // Whether another `count` bytes fit.
-    bool fits(size_t count) const { return count <= capacity_ - size_; }
     // Puts the length word in place and returns the length.
     size_t finish();
 

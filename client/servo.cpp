@@ -96,9 +96,7 @@ int build(Caller caller, Dataspace& dataspace, const SetPoint& point) {
 int wait_for_frame_reply(Dataspace& dataspace) {
     while (sem_wait(&dataspace.reply) != 0) {
     }
-    uint8_t length_word[2];
-    racing_copy(length_word, dataspace.response, sizeof length_word);
-    return read_u16(length_word);
+    return racing_u16(dataspace.response);
 }
 
 struct Exchange {
