@@ -36,6 +36,12 @@ unsigned hash_of(const char* name, size_t length) {
 #undef HASH_FUNCTION
 #define HASH_FUNCTION(name, length, hash) hash = hash_of(name, length)
 
+// Room for a robot's catalogue: each doubling would touch all nodes again.
+#undef HASH_INITIAL_NUM_BUCKETS
+#undef HASH_INITIAL_NUM_BUCKETS_LOG2
+#define HASH_INITIAL_NUM_BUCKETS 1024U
+#define HASH_INITIAL_NUM_BUCKETS_LOG2 10U
+
 // One of the three tables of a handle.
 struct NameTable {
     NameNode*& head;
@@ -82,7 +88,9 @@ void add(NameTable& table, std::string_view name, int32_t row) {
     std::memset(node, 0, sizeof *node);
     std::memcpy(node->name, name.data(), name.size());
     node->row = row;
-    HASH_ADD_KEYPTR(hh, table.head, node->name, name.size(), node);
+    // Of the characters where they come from: those in the node are still on their way to memory.
+    const unsigned hash = hash_of(name.data(), name.size());
+    HASH_ADD_KEYPTR_BYHASHVALUE(hh, table.head, node->name, name.size(), hash, node);
 }
 
 int32_t build(Caller caller, TableOf table_of, int32_t count, const void* rows) {
