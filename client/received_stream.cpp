@@ -21,7 +21,8 @@ constexpr size_t kEthernetSource = 6;  // where a frame has its source address
 constexpr uint8_t kOutputFrame = 144;
 constexpr uint8_t kReplyFrame = 146;
 constexpr long kNothingReceived = -101;
-// The most frames taken in at a stretch, so that one busy link cannot hold up the others.
+// The most useless frames passed over at a stretch, so that one busy link cannot hold up the
+// others.
 constexpr int kFramesPerPass = 64;
 // A link that brings good and bad frames by turns must not fill the log.
 constexpr int kFailureLinesPerSecond = 10;
@@ -101,6 +102,8 @@ void ReceivedStream::serve_raw(const Registration& handle, pollfd& polled) {
     polled.fd = resting() ? -1 : descriptor;
 }
 
+// Takes in one frame of the controller. Mostly there is only one: to ask for the next costs a
+// system call, and poll() tells it for all handles at once.
 void ReceivedStream::receive_frames(const Registration& handle) {
     uint8_t frame[kFrameSize];
     for (int i = 0; i < kFramesPerPass; ++i) {
@@ -122,6 +125,7 @@ void ReceivedStream::receive_frames(const Registration& handle) {
         last_failure_ = 0;
         if (std::memcmp(frame + kEthernetSource, handle->controller_mac, kMacSize) == 0) {
             take_frame(handle, code, position, static_cast<size_t>(result));
+            return;
         }
     }
 }

@@ -37,6 +37,16 @@ void forbid_routing(int socket) {
     setsockopt(socket, SOL_SOCKET, SO_DONTROUTE, &on, sizeof on);
 }
 
+// Room for what all stations of a link send while the receiving thread is kept from running for
+// some tenths of a second. The system's limit holds for those who lack the privilege to go beyond
+// it.
+void enlarge_queue(int socket) {
+    constexpr int bytes = 4 << 20;
+    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) == -1) {
+        setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
+}
+
 // 0 when there is no such interface.
 int index_of(int socket, const char* interface_name) {
     ifreq request = request_about(interface_name);
@@ -79,6 +89,7 @@ int socket_raw2_icmp_create(const char* interface_name, uint32_t* interface_inde
     set_shortest_timeout(fd, SO_SNDTIMEO);
     set_shortest_timeout(fd, SO_RCVTIMEO);
     forbid_routing(fd);
+    enlarge_queue(fd);
     const int index = index_of(fd, interface_name);
     raise_group_flags(fd, interface_name);
     if (bind_to_interface(fd, index) == -1) {

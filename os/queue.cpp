@@ -173,7 +173,9 @@ int8_t put(Queue& queue, void* element) {
     }
     node->element = element;
     insert(queue, node);
-    pthread_cond_broadcast(queue.cond_get);
+    if (queue.waiting != 0) {
+        pthread_cond_broadcast(queue.cond_get);
+    }
     return ok;
 }
 
