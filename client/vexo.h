@@ -273,7 +273,9 @@ VEXO_API int32_t vexo_ouput_data_receive(uint32_t handle, uint32_t spare, void* 
 /*
  * Sends one input package: the values of the input recipe in recipe order, little-endian, without
  * padding. `data` holds as many bytes as the recipe's values have together. No reply is awaited;
- * over TCP the call waits at most 5 ms for room in the socket.
+ * over TCP the call waits at most 5 ms for room in the socket. Over TCP the system may also hold a
+ * package back until the controller's host has acknowledged the last one, up to some 40 ms, and send
+ * those of that time together; the raw path sends each at once.
  * Returns 0, 302 or -1. Thread: any, but not beside another request on the same handle.
  */
 VEXO_API int32_t vexo_input_data_send(uint32_t handle, uint32_t recipe_id, const void* data);
