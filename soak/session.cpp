@@ -1,4 +1,4 @@
-#include "tests/soak/session.h"
+#include "soak/session.h"
 
 #include <linux/if_packet.h>
 #include <sys/socket.h>
@@ -9,7 +9,7 @@
 #include "client/dataspace.h"
 #include "client/vexo.h"
 #include "net/raw_internal.h"
-#include "tests/soak/probe.h"
+#include "soak/probe.h"
 
 namespace soak {
 

@@ -8,8 +8,8 @@
 #include <numeric>
 
 #include "client/vexo.h"
-#include "tests/soak/report.h"
-#include "tests/soak/session.h"
+#include "soak/report.h"
+#include "soak/session.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ bool soak_for(double seconds, const char* client_interface, const char* peer_int
     log_init();
     Session session(peer, client_interface);
     Run run;
-    run.seconds = seconds;
+    run.seconds = seconds + std::chrono::duration<double>(kSettling).count();
     for (size_t i = 0; i < kHandles; ++i) {
         run.readers.push_back(std::make_unique<Reader>(i, session.handles()[i], peer.record()));
     }

@@ -1,12 +1,12 @@
 // The controllers of a soak run, in a process of their own.
-#ifndef TESTS_SOAK_PEER_H
-#define TESTS_SOAK_PEER_H
+#ifndef SOAK_PEER_H
+#define SOAK_PEER_H
 
 #include <sys/types.h>
 
 #include <string>
 
-#include "tests/soak/records.h"
+#include "soak/records.h"
 
 namespace soak {
 

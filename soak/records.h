@@ -1,7 +1,7 @@
 // What the three sides of a soak run know of each package: the peer that sent it, the receive
 // thread that stored it, and the reader.
-#ifndef TESTS_SOAK_RECORDS_H
-#define TESTS_SOAK_RECORDS_H
+#ifndef SOAK_RECORDS_H
+#define SOAK_RECORDS_H
 
 #include <array>
 #include <atomic>

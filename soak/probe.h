@@ -1,10 +1,10 @@
 // Watches the library's receive thread from the inside: when it waits, when it is woken, and every
 // package that it stores. The program links with --wrap for poll, recv and the library's
 // show_package().
-#ifndef TESTS_SOAK_PROBE_H
-#define TESTS_SOAK_PROBE_H
+#ifndef SOAK_PROBE_H
+#define SOAK_PROBE_H
 
-#include "tests/soak/records.h"
+#include "soak/records.h"
 
 namespace soak {
 

@@ -1,4 +1,4 @@
-#include "tests/soak/reader.h"
+#include "soak/reader.h"
 
 #include <algorithm>
 

@@ -1,13 +1,13 @@
 // What came of a soak run.
-#ifndef TESTS_SOAK_REPORT_H
-#define TESTS_SOAK_REPORT_H
+#ifndef SOAK_REPORT_H
+#define SOAK_REPORT_H
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "tests/soak/peer.h"
-#include "tests/soak/reader.h"
+#include "soak/peer.h"
+#include "soak/reader.h"
 
 namespace soak {
 

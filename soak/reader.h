@@ -1,14 +1,14 @@
 // One application thread: reads the latest package of a handle each millisecond, and says of each
 // cycle that is late who was.
-#ifndef TESTS_SOAK_READER_H
-#define TESTS_SOAK_READER_H
+#ifndef SOAK_READER_H
+#define SOAK_READER_H
 
 #include <atomic>
 #include <deque>
 #include <thread>
 #include <vector>
 
-#include "tests/soak/probe.h"
+#include "soak/probe.h"
 
 namespace soak {
 

@@ -1,4 +1,4 @@
-#include "tests/soak/peer.h"
+#include "soak/peer.h"
 
 #include <sys/mman.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "tests/soak/probe.h"
+#include "soak/probe.h"
 
 #include <poll.h>
 #include <sys/socket.h>

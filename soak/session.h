@@ -1,13 +1,13 @@
 // The client's side of a soak run: ten handles that stream, and set-points for each in turn.
-#ifndef TESTS_SOAK_SESSION_H
-#define TESTS_SOAK_SESSION_H
+#ifndef SOAK_SESSION_H
+#define SOAK_SESSION_H
 
 #include <array>
 #include <atomic>
 #include <string>
 #include <thread>
 
-#include "tests/soak/peer.h"
+#include "soak/peer.h"
 
 namespace soak {
 
