@@ -1,15 +1,37 @@
 #include "tests/end_to_end/application.h"
 
+#include <fcntl.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
+
+#include "tests/support/network_namespace.h"
 
 namespace test {
 
 sim::Options on_loopback(int number, sim::Options options) {
     options.address = own_loopback(number);
     return options;
+}
+
+std::string enter_own_network(int cables) {
+    const std::string refusal = enter_network_namespace();
+    for (int i = 0; i < cables && refusal.empty(); ++i) {
+        const std::string number = std::to_string(i);
+        const std::string mac = "02:00:00:00:0" + number;
+        make_veth_pair("host" + number, mac + ":0a", "robot" + number, mac + ":0b");
+    }
+    return refusal;
+}
+
+void put_something_at_descriptor_zero() {
+    const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (null > 0) {
+        dup2(null, 0);
+        close(null);
+    }
 }
 
 std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
@@ -21,7 +43,7 @@ Application::Application(const std::string& controller) : address(controller) {
 }
 
 void Application::connect(int64_t mode) {
-    ASSERT_EQ(vexo_create(handle, address.c_str(), nullptr, mode, nullptr), 0);
+    ASSERT_EQ(vexo_create(handle, address.c_str(), interface.c_str(), mode, nullptr), 0);
     ASSERT_EQ(vexo_protocol_version_request(handle, mode, 0), 0);
 }
 

@@ -15,9 +15,17 @@ namespace test {
 constexpr size_t kIoSocketOffset = 1021476;
 constexpr size_t kReceiveSocketOffset = kIoSocketOffset + 4;
 constexpr size_t kControlSocketOffset = kIoSocketOffset + 8;
+constexpr size_t kRawSocketOffset = kIoSocketOffset + 12;
 
 // The options, on the loopback address of that number.
 sim::Options on_loopback(int number = 1, sim::Options options = {});
+
+// Moves this process into a network of its own, where a cable joins host0 to robot0, and with a
+// second one host1 to robot1. Returns an empty text, or the reason why the machine refuses.
+std::string enter_own_network(int cables = 1);
+
+// The end of a handle on the raw path closes this descriptor.
+void put_something_at_descriptor_zero();
 
 // What a call returned, and what it printed meanwhile.
 struct Outcome {
@@ -84,6 +92,7 @@ public:
     bool wait_settled(size_t socket_offset, int count) const;
 
     std::string address;
+    std::string interface = "host0";  // for the raw path
     uint32_t handle = 0;
     uint32_t output_recipe = 0;
     uint32_t input_recipe = 0;
