@@ -1,57 +1,149 @@
 #include "tests/end_to_end/requests.h"
 
+#include <algorithm>
+
 namespace test {
 
+namespace {
+
+using enum Receives;
+
+// Rows of the small controller's catalogue of methods.
+enum Method : int32_t { percent_velocity, input_bits, output_bits, servo_stop, servo_j, anything };
+
+template <int64_t mode, uint32_t nack>
+int32_t negotiate(Application& app, Handed&) {
+    return vexo_protocol_version_request(app.handle, mode, nack);
+}
+
+template <auto get>
+int32_t variables(Application& app, Handed& handed) {
+    return get(app.handle, 0, reinterpret_cast<uint32_t*>(handed.bytes));
+}
+
+int32_t methods(Application& app, Handed& handed) {
+    return vexo_control_methods_get(app.handle, 0, handed.bytes);
+}
+
+int32_t catalogue(Application& app, Handed&) {
+    return vexo_all_recipe_get(app.handle);
+}
+
+int32_t output_recipe(Application& app, Handed& handed) {
+    uint32_t rows[] = {0, VEXO_INPUT_ROW_MARKER};
+    return vexo_output_setup_send(app.handle, 2, rows, 0, &handed.recipe_id);
+}
+
+int32_t input_recipe(Application& app, Handed& handed) {
+    int32_t row = 1;
+    return vexo_input_setup_send(app.handle, 1, &row, &handed.recipe_id);
+}
+
+template <auto switch_stream>
+int32_t stream(Application& app, Handed&) {
+    return switch_stream(app.handle, 0);
+}
+
+int32_t version(Application& app, Handed& handed) {
+    return vexo_get_control_version(app.handle, &handed.version);
+}
+
+template <auto command>
+int32_t plain(Application& app, Handed&) {
+    return command(app.handle, anything);
+}
+
+template <auto command, int32_t row>
+int32_t number(Application& app, Handed&) {
+    return command(app.handle, row, 50.0);
+}
+
+template <auto command>
+int32_t output(Application& app, Handed&) {
+    return command(app.handle, anything, 1, 1);
+}
+
+template <auto command, int32_t row>
+int32_t bits(Application& app, Handed& handed) {
+    return command(app.handle, row, &handed.bits);
+}
+
+int32_t servo(Application& app, Handed&) {
+    return app.servo(1);
+}
+
+constexpr size_t kIo = kIoSocketOffset;
+constexpr size_t kControl = kControlSocketOffset;
+constexpr char kLearntAddress[] = "dstmac: 02-00-00-00-00-0B\n";
+
+// One of each kind, which do not care how the packages travel.
+const std::vector<Request> kOnEitherPath = {
+    {"vexo_output_variables_get", variables<vexo_output_variables_get>, page},
+    {"vexo_output_setup_send", output_recipe},
+    {"vexo_input_setup_send", input_recipe},
+    {"vexo_output_start", stream<vexo_output_start>, single, kIo, 2, "", 1},
+    {"vexo_output_pause", stream<vexo_output_pause>, single, kIo, 2, "", 2},
+    {"vexo_get_control_version", version},
+    {"vexo_set_percentvelocity", number<vexo_set_percentvelocity, percent_velocity>},
+    {"vexo_set_getalldigitalinputbits", bits<vexo_set_getalldigitalinputbits, input_bits>},
+    {"cvexo_servo_stop", number<cvexo_servo_stop, servo_stop>, single, kControl},
+};
+
+const std::vector<Request> kOthers = {
+    {"vexo_protocol_version_request", negotiate<1, 0>, single, kIo, 1, "1"},
+    {"vexo_protocol_version_request", negotiate<2, 0>, single, kIo, 2, "2"},
+    {"vexo_protocol_version_request", negotiate<3, 0>, single, kIo, 3, "", 0, kLearntAddress},
+    {"vexo_protocol_version_request", negotiate<3, 1>, single, kIo, 3, "nack", 0, kLearntAddress},
+    {"vexo_input_variables_get", variables<vexo_input_variables_get>, page},
+    {"vexo_control_methods_get", methods, page},
+    {"vexo_control_methods_get", catalogue, page, kIo, 2, "within_catalogue", 0, "", true},
+    {"vexo_set_setstandarddigitalout", output<vexo_set_setstandarddigitalout>},
+    {"vexo_set_setconfigurabledigitalout", output<vexo_set_setconfigurabledigitalout>},
+    {"vexo_set_settooldigitalout", output<vexo_set_settooldigitalout>},
+    {"vexo_set_getalldigitaloutputbits", bits<vexo_set_getalldigitaloutputbits, output_bits>},
+    {"cvexo_resterror", plain<cvexo_resterror>},
+    {"cvexo_startinertiacomp", plain<cvexo_startinertiacomp>},
+    {"cvexo_starttorquecomp", plain<cvexo_starttorquecomp>},
+    {"cvexo_stopinertiacomp", plain<cvexo_stopinertiacomp>},
+    {"cvexo_stoptorquecomp", plain<cvexo_stoptorquecomp>},
+    {"cvexo_startlogoutput", plain<cvexo_startlogoutput>},
+    {"cvexo_startsensorforceinput", plain<cvexo_startsensorforceinput>},
+    {"cvexo_stopsensorforceinput", plain<cvexo_stopsensorforceinput>},
+    {"cvexo_servoj", servo, hasty, kControl, 1, "1"},
+    {"cvexo_servoj", servo, hasty, kControl, 2, "2"},
+};
+
+}  // namespace
+
 const std::vector<Request>& requests() {
-    static const std::vector<Request> all = {
-        {"vexo_protocol_version_request",
-         [](Application& a, Handed&) { return vexo_protocol_version_request(a.handle, 2, 0); }},
-        {"vexo_output_variables_get",
-         [](Application& a, Handed& h) {
-             return vexo_output_variables_get(a.handle, 0, reinterpret_cast<uint32_t*>(h.bytes));
-         },
-         Request::page},
-        {"vexo_input_variables_get",
-         [](Application& a, Handed& h) {
-             return vexo_input_variables_get(a.handle, 0, reinterpret_cast<uint32_t*>(h.bytes));
-         },
-         Request::page},
-        {"vexo_control_methods_get",
-         [](Application& a, Handed& h) { return vexo_control_methods_get(a.handle, 0, h.bytes); },
-         Request::page},
-        {"vexo_output_setup_send",
-         [](Application& a, Handed& h) {
-             uint32_t rows[] = {0, VEXO_INPUT_ROW_MARKER};
-             return vexo_output_setup_send(a.handle, 2, rows, 0, &h.recipe_id);
-         }},
-        {"vexo_input_setup_send",
-         [](Application& a, Handed& h) {
-             int32_t row = 1;
-             return vexo_input_setup_send(a.handle, 1, &row, &h.recipe_id);
-         }},
-        {"vexo_output_start",
-         [](Application& a, Handed&) { return vexo_output_start(a.handle, 0); }, Request::single,
-         sim::Port::io, 1},
-        {"vexo_output_pause",
-         [](Application& a, Handed&) { return vexo_output_pause(a.handle, 0); }, Request::single,
-         sim::Port::io, 2},
-        {"vexo_get_control_version",
-         [](Application& a, Handed& h) { return vexo_get_control_version(a.handle, &h.version); }},
-        {"vexo_set_percentvelocity",
-         [](Application& a, Handed&) { return vexo_set_percentvelocity(a.handle, 0, 50); }},
-        {"vexo_set_getalldigitalinputbits",
-         [](Application& a, Handed& h) {
-             return vexo_set_getalldigitalinputbits(a.handle, 1, &h.bits);
-         }},
-        {"cvexo_servo_stop",
-         [](Application& a, Handed&) { return cvexo_servo_stop(a.handle, 2, 1.0); },
-         Request::single, sim::Port::control},
-    };
+    static const std::vector<Request> all = [] {
+        std::vector<Request> result = kOthers;
+        for (Request request : kOnEitherPath) {
+            result.push_back(request);
+            request.mode = 3;
+            result.push_back(request);
+        }
+        return result;
+    }();
     return all;
 }
 
+std::vector<Request> those_with(std::initializer_list<Receives> kinds) {
+    std::vector<Request> result;
+    std::ranges::copy_if(requests(), std::back_inserter(result), [&](const Request& request) {
+        return std::ranges::find(kinds, request.receives) != kinds.end();
+    });
+    return result;
+}
+
+std::string name_of(const Request& request) {
+    const std::string path = request.mode > 2 ? "_raw" : "";
+    const std::string variant = request.variant;
+    return request.function + path + (variant.empty() ? "" : "_" + variant);
+}
+
 void PrintTo(const Request& request, std::ostream* out) {
-    *out << request.function;
+    *out << name_of(request);
 }
 
 sim::Options small_controller() {
@@ -60,13 +152,17 @@ sim::Options small_controller() {
     options.catalogue.outputs = {{"package_counter", 11, sim::Type::u32},
                                  {"speed_override", 12, sim::Type::f64}};
     options.catalogue.inputs = {{"heartbeat", 21, sim::Type::u32}, {"level", 22, sim::Type::f32}};
-    options.catalogue.methods = {
-        {"setPercentVelocity", 31}, {"getAllDigitalInputBits", 32}, {"servoStop", 33}};
+    options.catalogue.methods = {{"setPercentVelocity", 31},
+                                 {"getAllDigitalInputBits", 32},
+                                 {"getAllDigitalOutputBits", 33},
+                                 {"servoStop", 34},
+                                 {"servoJ", 35},
+                                 {"anything", 36}};
     return options;
 }
 
-void connect_small(Application& app) {
-    ASSERT_NO_FATAL_FAILURE(app.connect());
+void connect_small(Application& app, int64_t mode) {
+    ASSERT_NO_FATAL_FAILURE(app.connect(mode));
     ASSERT_NO_FATAL_FAILURE(app.load_catalogue());
     ASSERT_NO_FATAL_FAILURE(app.set_up_output("package_counter"));
 }

@@ -2,6 +2,8 @@
 #ifndef TESTS_END_TO_END_REQUESTS_H
 #define TESTS_END_TO_END_REQUESTS_H
 
+#include <atomic>
+#include <optional>
 #include <vector>
 
 #include "tests/end_to_end/application.h"
@@ -18,24 +20,93 @@ union Handed {
     VexoControllerVersion version;
 };
 
-struct Request {
-    enum Receives { single, page };
+// How a request takes its reply: by one receive, however long it takes; by one that waits for 5 ms;
+// or by as many as the page needs.
+enum class Receives { single, hasty, page };
 
-    const char* function;
+struct Request {
+    const char* function;  // that its texts name
     int32_t (*call)(Application& app, Handed& handed);
-    Receives receives = single;
-    sim::Port port = sim::Port::io;
-    uint8_t streaming = 0;  // the streaming flag once it was accepted
+    Receives receives = Receives::single;
+    size_t socket = kIoSocketOffset;
+    int64_t mode = 2;
+    const char* variant = "";       // tells rows of one function apart
+    uint8_t streaming = 0;          // the streaming flag once it was accepted
+    const char* printed = "";       // behind the reply, whatever its status
+    bool within_catalogue = false;  // the last page of vexo_all_recipe_get()
 };
 
-// A request of each kind. They suit an application that connect_small() has prepared.
+// All requests over TCP, and a request of each kind beside the raw path. They suit an application
+// that connect_small() has prepared.
 const std::vector<Request>& requests();
+std::string name_of(const Request& request);
 void PrintTo(const Request& request, std::ostream* out);
 
 // A controller with a catalogue that is small, and of which nothing moves or is streamed.
 sim::Options small_controller();
 // Connects, loads the catalogue, and sets an output recipe up.
-void connect_small(Application& app);
+void connect_small(Application& app, int64_t mode = 2);
+
+// A request on a connection on which the same request has succeeded already.
+class RequestFixture : public ::testing::Test {
+protected:
+    explicit RequestFixture(const Request& request) : request_(request) {}
+
+    void SetUp() override {
+        sim::Options options = small_controller();
+        if (request_.mode > 2) {
+            if (const std::string reason = enter_own_network(); !reason.empty()) {
+                GTEST_SKIP() << reason;
+            }
+            put_something_at_descriptor_zero();
+            options.interface = "robot0";
+        }
+        controller_.emplace(options);
+        app_.emplace();
+        ASSERT_NO_FATAL_FAILURE(connect_small(*app_, request_.mode));
+        ASSERT_EQ(call().result, 0);
+        reply_size_ = app_->dataspace()[kResponseOffset];
+        std::atomic_ref(app_->dataspace()[kStreamingOffset]) = 0;  // the receive thread may look
+    }
+    void TearDown() override {
+        if (app_) {
+            EXPECT_EQ(app_->destroy(), 0);
+        }
+    }
+
+    Outcome call() {
+        std::memset(handed_.bytes, 0xA5, sizeof handed_.bytes);
+        return outcome_of([&] { return request_.call(*app_, handed_); });
+    }
+    void inject(const std::string& fault) {
+        controller_->inject(sim::parse_fault((request_.within_catalogue ? "type=M," : "") + fault));
+    }
+    Bytes handed() const { return Bytes(std::begin(handed_.bytes), std::end(handed_.bytes)); }
+    Bytes reply() const { return bytes_of(kResponseOffset, kResponseOffset + reply_size_); }
+
+    // All that the application can rely on: what stands in the dataspace before the message
+    // buffers, and behind them up to the name index; lengths and addresses. The count of set-points
+    // goes on.
+    Bytes state() const {
+        return bytes_of(0, kServoCounterOffset) + bytes_of(kOutputsOffset, kStreamingOffset) +
+               bytes_of(kOutputRecipeOffset, kRawSocketOffset + 4) +
+               bytes_of(kOutputLengthOffset, kOutputLengthOffset + 84);
+    }
+
+    const Request request_;
+    std::optional<sim::Simulator> controller_;
+    std::optional<Application> app_;
+    Handed handed_;
+    size_t reply_size_ = 0;
+
+private:
+    Bytes bytes_of(size_t begin, size_t end) const {
+        return Bytes(app_->dataspace() + begin, app_->dataspace() + end);
+    }
+};
+
+// Those that take their replies in one of these ways.
+std::vector<Request> those_with(std::initializer_list<Receives> kinds);
 
 }  // namespace test
 
