@@ -1,0 +1,163 @@
+// Each frame of a simulated controller, and each way in which it can go wrong.
+#include <semaphore.h>
+
+#include "tests/raw_path/raw_path.h"
+#include "tests/raw_path/simulated_client.h"
+
+using namespace test;
+using ::testing::HasSubstr;
+
+namespace {
+
+constexpr size_t kReplyTokensOffset = 1981616;
+constexpr uint32_t kHit = 4;  // the number of the package that the mishap befalls
+
+// The latest package, as far as a mishap changes it.
+struct Shown {
+    size_t length;
+    uint32_t counter;
+    bool operator==(const Shown&) const = default;
+};
+constexpr Shown kBefore{8, kHit - 1};
+constexpr Shown kWhole{8, kHit};
+
+std::ostream& operator<<(std::ostream& out, const Shown& shown) {
+    return out << "package " << shown.counter << " of " << shown.length << " bytes";
+}
+
+// What becomes of one package, and of one reply with status 5.
+struct FrameMishap {
+    const char* name;
+    const char* fault;
+    Shown shown;     // when no other package follows
+    int tokens;      // replies that set-points need not wait for; one until now
+    int32_t status;  // that the next set-point returns
+    const char* logged = nullptr;
+    int tags = 0;  // 802.1Q tags of a frame that the test sends instead
+};
+
+void PrintTo(const FrameMishap& mishap, std::ostream* out) {
+    *out << mishap.fault;
+}
+
+constexpr char kBadHeader[] = " Error: raw_socket_recv: -102\n";
+constexpr char kBadChecksum[] = " Error: raw_socket_recv: -103\n";
+
+const FrameMishap kMishaps[] = {
+    {"Lost", "lost", kBefore, 0, 0},
+    {"Doubled", "doubled", kWhole, 2, 5},
+    {"Altered", "altered", kBefore, 0, 0, kBadChecksum},
+    {"Foreign", "source=02:00:00:00:00:09", kBefore, 0, 0},
+    {"Tagged", "tagged", kWhole, 1, 5},
+    {"TaggedTwice", "lost", kBefore, 0, 0, nullptr, 2},
+    {"LongerThanReceived", "payload=2000", kBefore, 0, 0, kBadHeader},
+    {"ShorterThanReceived", "payload=3", kBefore, 0, 0, kBadChecksum},
+    {"LongMessage", "length=4000", {4000, kHit}, 1, 5},
+    {"ShortMessage", "length=3", {3, 0}, 1, 0},
+};
+
+class FrameFault : public RawPath, public ::testing::WithParamInterface<FrameMishap> {
+protected:
+    void SetUp() override {
+        RawPath::SetUp();
+        if (!IsSkipped()) {
+            client_ = std::make_unique<SimulatedClient>(1, Cable{"host0", "robot0", {}});
+            log_init();
+        }
+    }
+
+    void inject(const std::string& which) {
+        client_->simulator().inject(sim::parse_fault(which + "," + GetParam().fault));
+    }
+
+    // In place of the frame that was lost, where the simulator has no word for the mishap.
+    void send_by_hand(uint8_t code, const Bytes& payload) {
+        const FrameMishap& mishap = GetParam();
+        if (mishap.tags == 0) {
+            return;
+        }
+        Bytes frame = controller_frame(code, payload);
+        for (int i = 0; i < mishap.tags; ++i) {
+            const Bytes tag = bytes("81 00 00 05");
+            frame.insert(frame.begin() + 12, tag.begin(), tag.end());
+        }
+        robot_->send(frame);
+    }
+
+    Shown shown() const {
+        uint8_t package[VEXO_MAX_OUTPUT_PACKAGE] = {};
+        vexo_ouput_data_receive(client_->handle(), 0, package, sizeof package);
+        return {static_cast<size_t>(package[0] | package[1] << 8), read_u32(package + 4)};
+    }
+
+    int tokens() const {
+        int count = -1;
+        sem_getvalue(
+            reinterpret_cast<sem_t*>(get_vexo_dataspace(client_->handle()) + kReplyTokensOffset),
+            &count);
+        return count;
+    }
+
+    // Has the receive thread pass over all frames sent so far, by a package sent after them.
+    bool passed() const {
+        const uint64_t sent = client_->simulator().counters().packages_sent;
+        return wait_until([&] { return client_->counter() > sent; });
+    }
+
+    void expect_logged(const char* text) const {
+        const std::string log = Session::finished_log("sys_log");
+        if (text == nullptr) {
+            EXPECT_EQ(log.find("rror"), std::string::npos) << log;
+        } else {
+            EXPECT_THAT(log, HasSubstr(text));
+        }
+    }
+
+    std::unique_ptr<SimulatedClient> client_;
+};
+
+std::string mishap_name(const ::testing::TestParamInfo<FrameMishap>& mishap) {
+    return mishap.param.name;
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Matrix, FrameFault, ::testing::ValuesIn(kMishaps), mishap_name);
+
+TEST_P(FrameFault, OfAPackageHarmsNoOther) {
+    const std::string skipped = "package,skip=" + std::to_string(kHit - 1);
+    inject(skipped);
+    client_->simulator().inject(sim::parse_fault(skipped + ",lost,times=always"));
+    client_->start();
+    ASSERT_TRUE(wait_until([&] { return client_->simulator().counters().packages_dropped >= 2; }));
+    send_by_hand(144, package({kHit, 0, 0, 0}));
+    EXPECT_EQ(client_->servo(0), 0);
+    ASSERT_TRUE(wait_until([&] { return tokens() == 1; })) << "the reply is behind the package";
+    EXPECT_EQ(shown(), GetParam().shown);
+    client_->simulator().clear_faults();
+    EXPECT_TRUE(wait_until([&] { return shown().counter > kHit; }));
+    EXPECT_EQ(shown().length, 8U);
+    EXPECT_EQ(client_->servo(0), 0);
+    expect_logged(GetParam().logged);
+}
+
+TEST_P(FrameFault, OfAReplyHarmsNoOther) {
+    client_->start();
+    EXPECT_EQ(client_->servo(0), 0);
+    ASSERT_TRUE(wait_until([&] { return tokens() == 1; }));
+    // None overtakes the call that is to return the one before.
+    inject("method=servoJ,delay=100,status=5");
+    client_->simulator().inject(sim::parse_fault("method=servoJ,delay=100"));
+    EXPECT_EQ(client_->servo(1), 0) << "returns the reply before";
+    ASSERT_TRUE(client_->simulator().wait_for_requests('m', 2));
+    send_by_hand(146, {7, 0, 'm', 5, 0, 0, 0});
+    ASSERT_TRUE(passed());
+    EXPECT_EQ(tokens(), GetParam().tokens);
+    EXPECT_EQ(client_->servo(2), GetParam().status);
+    ASSERT_TRUE(passed());
+    EXPECT_EQ(client_->servo(3), 0);
+    ASSERT_TRUE(passed());
+    EXPECT_EQ(tokens(), GetParam().tokens) << "for good";
+    EXPECT_TRUE(client_->simulator().wait_for_set_points(3)) << "all but the refused one";
+    expect_logged(GetParam().logged);
+}
