@@ -88,6 +88,9 @@ void load(Application& app, OptionalController&, int64_t mode) {
 void stream(Application& app, OptionalController& controller, int64_t mode) {
     ASSERT_NO_FATAL_FAILURE(app.stream(kOutputs, mode));
     EXPECT_TRUE(controller->wait_for_packages(controller->counters().packages_sent + 2));
+    if (VexoHandleData_num > 1) {  // alone, from the second round on nobody receives
+        EXPECT_TRUE(wait_until([&] { return app.latest().length() > 0; }));
+    }
 }
 
 void pause(Application& app, OptionalController& controller, int64_t mode) {
@@ -205,8 +208,15 @@ void live_once(const Path& path, const State& state, OptionalController& control
         controller.emplace(controller_options(path, 1));
     }
     controller->clear_faults();
+    const uint64_t connections = controller->counters().connections;
     Application app;
     ASSERT_NO_FATAL_FAILURE(state.reach(app, controller, path.mode));
+    if (controller && app.socket(kIoSocketOffset) != 0) {
+        // The controller must not accept one on descriptor 0 while that is closed.
+        const uint64_t ports = path.mode > 2 ? 2 : 3;
+        ASSERT_TRUE(
+            wait_until([&] { return controller->counters().connections == connections + ports; }));
+    }
     const int endpoint = app.socket(kRawSocketOffset);
     ASSERT_EQ(outcome_of([&] { return app.destroy(); }), state.destroyed);
     socket_raw_free(endpoint);  // teardown leaves it to the application
