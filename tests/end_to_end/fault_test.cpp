@@ -30,6 +30,10 @@ struct Mishap {
         }
         return receives == Receives::page ? page : single;
     }
+    bool ends_connection() const {
+        const std::string items = fault;
+        return items.find("close") != items.npos || items.find("reset") != items.npos;
+    }
     bool goes_on(Receives receives) const {
         return receives == Receives::page ? page_goes_on : single_goes_on;
     }
@@ -174,6 +178,8 @@ TEST_P(Fault, EndsAsStatedAndLeavesNothingElse) {
         EXPECT_EQ(call(), (Outcome{0, request.printed}));
         EXPECT_EQ(app_->dataspace()[kResponseOffset], reply_size_);
         EXPECT_TRUE(state() == before);
+    } else if (mishap.ends_connection() && request.receives != Receives::hasty) {
+        EXPECT_EQ(call().result, VEXO_ERROR_TRANSPORT) << "and every other one";
     }
 }
 

@@ -180,22 +180,6 @@ TEST_F(RawExchange, LyingLengthWordsReachNoFurtherThanThePayload) {
     }
 }
 
-TEST_F(RawExchange, LyingLengthWordsOfRepliesReachNoFurther) {
-    session_->start();
-    Bytes whole(1400, 0xBB);
-    whole[0] = 0x78;
-    whole[1] = 0x05;
-    robot_->send(controller_frame(kReply, whole));
-    ASSERT_TRUE(wait_until([&] { return session_->bytes_at(kResponseOffset, 1400) == whole; }));
-    robot_->send(controller_frame(kReply, bytes("FF FF 6D 01")));
-    Bytes expected = whole;
-    expected[0] = expected[1] = 0xFF;
-    expected[2] = 0x6D;
-    expected[3] = 0x01;
-    EXPECT_TRUE(wait_until([&] { return session_->bytes_at(kResponseOffset, 1400) == expected; }));
-    EXPECT_EQ(session_->bytes_at(kResponseOffset + 1400, 100), Bytes(100));
-}
-
 TEST_F(RawExchange, TakesFramesOfUpTo1440Bytes) {
     session_->start();
     const Bytes largest = package(Bytes(1410, 0x55));

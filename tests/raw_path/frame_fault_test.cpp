@@ -98,6 +98,12 @@ protected:
         return count;
     }
 
+    // What the response buffer holds behind a reply of 7 bytes.
+    Bytes behind_reply() const {
+        const uint8_t* const reply = get_vexo_dataspace(client_->handle()) + kResponseOffset;
+        return Bytes(reply + 7, reply + 2000);
+    }
+
     // Has the receive thread pass over all frames sent so far, by a package sent after them.
     bool passed() const {
         const uint64_t sent = client_->simulator().counters().packages_sent;
@@ -145,6 +151,7 @@ TEST_P(FrameFault, OfAReplyHarmsNoOther) {
     client_->start();
     EXPECT_EQ(client_->servo(0), 0);
     ASSERT_TRUE(wait_until([&] { return tokens() == 1; }));
+    const Bytes behind = behind_reply();
     // None overtakes the call that is to return the one before.
     inject("method=servoJ,delay=100,status=5");
     client_->simulator().inject(sim::parse_fault("method=servoJ,delay=100"));
@@ -153,6 +160,7 @@ TEST_P(FrameFault, OfAReplyHarmsNoOther) {
     send_by_hand(146, {7, 0, 'm', 5, 0, 0, 0});
     ASSERT_TRUE(passed());
     EXPECT_EQ(tokens(), GetParam().tokens);
+    EXPECT_EQ(behind_reply(), behind);
     EXPECT_EQ(client_->servo(2), GetParam().status);
     ASSERT_TRUE(passed());
     EXPECT_EQ(client_->servo(3), 0);
