@@ -2,9 +2,6 @@
 #ifndef TESTS_END_TO_END_REQUESTS_H
 #define TESTS_END_TO_END_REQUESTS_H
 
-#include <sched.h>
-
-#include <atomic>
 #include <optional>
 #include <vector>
 
@@ -54,51 +51,17 @@ class RequestFixture : public ::testing::Test {
 protected:
     explicit RequestFixture(const Request& request) : request_(request) {}
 
-    void SetUp() override {
-        if (request_.receives == Receives::hasty) {
-            // Where the machine grants it, this keeps the load of others out of the 5 ms.
-            const sched_param priority{.sched_priority = 1};
-            sched_setscheduler(0, SCHED_FIFO, &priority);
-        }
-        sim::Options options = small_controller();
-        if (request_.mode > 2) {
-            if (const std::string reason = enter_own_network(); !reason.empty()) {
-                GTEST_SKIP() << reason;
-            }
-            put_something_at_descriptor_zero();
-            options.interface = "robot0";
-        }
-        controller_.emplace(options);
-        app_.emplace();
-        ASSERT_NO_FATAL_FAILURE(connect_small(*app_, request_.mode));
-        ASSERT_EQ(call().result, 0);
-        reply_size_ = app_->dataspace()[kResponseOffset];
-        std::atomic_ref(app_->dataspace()[kStreamingOffset]) = 0;  // the receive thread may look
-    }
-    void TearDown() override {
-        if (app_) {
-            EXPECT_EQ(app_->destroy(), 0);
-        }
-    }
+    void SetUp() override;
+    void TearDown() override;
 
-    Outcome call() {
-        std::memset(handed_.bytes, 0xA5, sizeof handed_.bytes);
-        return outcome_of([&] { return request_.call(*app_, handed_); });
-    }
-    void inject(const std::string& fault) {
-        controller_->inject(sim::parse_fault((request_.within_catalogue ? "type=M," : "") + fault));
-    }
+    Outcome call();
+    void inject(const std::string& fault);
     Bytes handed() const { return Bytes(std::begin(handed_.bytes), std::end(handed_.bytes)); }
     Bytes reply() const { return bytes_of(kResponseOffset, kResponseOffset + reply_size_); }
 
-    // All that the application can rely on: what stands in the dataspace before the message
-    // buffers, and behind them up to the name index; lengths and addresses. The count of set-points
-    // goes on.
-    Bytes state() const {
-        return bytes_of(0, kServoCounterOffset) + bytes_of(kOutputsOffset, kStreamingOffset) +
-               bytes_of(kOutputRecipeOffset, kRawSocketOffset + 4) +
-               bytes_of(kOutputLengthOffset, kOutputLengthOffset + 84);
-    }
+    // What stands in the dataspace before the message buffers, and behind them up to the name
+    // index; lengths and addresses. The count of set-points is left out: it goes on.
+    Bytes state() const;
 
     const Request request_;
     std::optional<sim::Simulator> controller_;
