@@ -2,74 +2,29 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
-#include <vector>
+#include <csignal>
 
 #include "net/udp.h"
 #include "tests/net_helpers/loopback.h"
 #include "tests/net_helpers/pty_pair.h"
-#include "tests/support/process.h"
+#include "tests/support/program.h"
 
-namespace {
-
-// A program that runs beside the test, with its output in a file.
-class Program {
-public:
-    explicit Program(std::vector<std::string> arguments) {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, "output", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        EXPECT_EQ(posix_spawn(&id_, pointers[0], &actions, nullptr, pointers.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Program() {
-        if (id_ > 0) {
-            kill(id_, SIGKILL);
-            waitpid(id_, nullptr, 0);
-        }
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    std::string output() const { return test::read_file("output"); }
-    void interrupt() const { kill(id_, SIGINT); }
-
-    // Waits for the end. Returns the exit status, or -1 when a signal ended the program.
-    int status() {
-        int status = 0;
-        EXPECT_EQ(waitpid(id_, &status, 0), id_);
-        id_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t id_ = -1;
-};
-
-}  // namespace
+using test::Program;
 
 TEST(SerialEchoExample, SendsBackWhatArrivesAndRestoresTheLine) {
     const test::PtyPair pty;
     const int held_open = open(pty.device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     const termios before = pty.settings();
     Program echo({SERIAL_ECHO, pty.device, "57600"});
-    ASSERT_TRUE(test::wait_until([&] { return !echo.output().empty(); })) << echo.output();
+    ASSERT_TRUE(echo.ready());
     const termios raw = pty.settings();
     EXPECT_EQ(cfgetospeed(&raw), static_cast<speed_t>(B57600));
     for (const std::string text : {"hello\r\n", "\x03\x04\x11 raw"}) {
         pty.put(text);
         EXPECT_EQ(pty.get(text.size()), text);
     }
-    echo.interrupt();
-    EXPECT_EQ(echo.status(), 0);
+    EXPECT_EQ(echo.status(SIGINT), 0);
     EXPECT_NE(echo.output().find("14 bytes echoed\n"), std::string::npos) << echo.output();
     EXPECT_EQ(pty.settings().c_lflag, before.c_lflag);
     close(held_open);
@@ -78,7 +33,7 @@ TEST(SerialEchoExample, SendsBackWhatArrivesAndRestoresTheLine) {
 TEST(SerialEchoExample, EndsWhenTheLineHangsUpOrIsMissing) {
     test::PtyPair pty;
     Program echo({SERIAL_ECHO, pty.device});
-    ASSERT_TRUE(test::wait_until([&] { return !echo.output().empty(); }));
+    ASSERT_TRUE(echo.ready());
     pty.hang_up();
     EXPECT_EQ(echo.status(), 0);
     EXPECT_EQ(Program({SERIAL_ECHO, "/dev/no-such-line"}).status(), 1);

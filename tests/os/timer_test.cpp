@@ -55,12 +55,14 @@ void note_call(uint32_t index, void* arg) {
     calls.act(++calls.count);
 }
 
-std::atomic<int> alarms{0};
+// The signal does not say which timer it is of, so all of them count for the one requested last.
+Calls* signalled = nullptr;
 void count_alarm(int signal_number) {
-    alarms += signal_number == SIGALRM ? 1 : 1000000;
+    signalled->count += signal_number == SIGALRM ? 1 : 1000000;
 }
 
-int32_t request_signal_timer(uint32_t period_us, uint32_t one_shot = 0) {
+int32_t request_signal_timer(uint32_t period_us, Calls& calls, uint32_t one_shot = 0) {
+    signalled = &calls;
     return pthread_request_timer(period_us, count_alarm, nullptr, nullptr, 0, 0, one_shot);
 }
 
@@ -69,14 +71,28 @@ int32_t request_own_thread(uint32_t period_us, Calls& calls, uint32_t one_shot =
                                  one_shot);
 }
 
-int32_t request_simulated(uint32_t period_us, Calls& calls) {
-    return pthread_request_timer(period_us, nullptr, note_call, &calls, 0, 0, 0);
+int32_t request_simulated(uint32_t period_us, Calls& calls, uint32_t one_shot = 0) {
+    return pthread_request_timer(period_us, nullptr, note_call, &calls, 0, 0, one_shot);
 }
 
 int thread_count() {
     const std::string status = test::read_file("/proc/self/status");
     return std::stoi(status.substr(status.find("Threads:") + 8));
 }
+
+using Request = int32_t (*)(uint32_t period_us, Calls& calls, uint32_t one_shot);
+
+// Timers that wait for their start: by signal and by a thread of their own.
+class StartedTimer : public testing::TestWithParam<Request> {
+protected:
+    void SetUp() override {
+        if (GetParam() != request_signal_timer && !test::may_run_realtime()) {
+            GTEST_SKIP() << "no right to real-time scheduling";
+        }
+    }
+
+    Calls calls_;
+};
 
 // Of timers that call on real-time threads.
 class RealTimeTimer : public testing::Test {
@@ -87,121 +103,85 @@ protected:
         }
     }
 };
-class OwnThreadTimer : public RealTimeTimer {};
-class SimulatedTimer : public RealTimeTimer {};
-class RefusedTimer : public RealTimeTimer {};
 class RealTimeTiming : public RealTimeTimer {};
 
-// By signal
+INSTANTIATE_TEST_SUITE_P(By, StartedTimer,
+                         testing::Values(request_signal_timer, request_own_thread),
+                         [](const auto& request) {
+                             return request.param == request_signal_timer ? "Signal" : "OwnThread";
+                         });
 
-TEST(SignalTimer, RunsTheHandlerWhileItIsStarted) {
-    const int32_t timer = request_signal_timer(2000);
+TEST_P(StartedTimer, CallsFromItsStartToItsStop) {
+    const int32_t timer = GetParam()(2000, calls_, 0);
     ASSERT_EQ(timer, 0);
-    const auto handler_runs = [target = alarms + 5] { return alarms >= target; };
-    EXPECT_FALSE(wait_until(handler_runs, 50ms)) << "not armed by the request";
-    EXPECT_EQ(pthread_start_timer(timer), 0);
-    EXPECT_TRUE(wait_until(handler_runs));
-    EXPECT_EQ(pthread_stop_timer(timer), 0);
-    const int stopped_at = alarms;
-    EXPECT_FALSE(wait_until([=] { return alarms > stopped_at + 1; }, 50ms));
-    EXPECT_EQ(pthread_start_timer(timer), 0);
-    EXPECT_TRUE(wait_until([=] { return alarms > stopped_at + 5; }));
+    EXPECT_TRUE(calls_.stands_still()) << "not armed by the request";
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(pthread_start_timer(timer), 0);
+        EXPECT_TRUE(calls_.goes_on(5));
+        EXPECT_EQ(pthread_stop_timer(timer), 0);
+        wait_until([] { return false; }, 20ms);  // an expiry under way may still call
+        EXPECT_TRUE(calls_.stands_still());
+    }
+    EXPECT_EQ(pthread_free_timer(timer), 0);
+}
+
+TEST_P(StartedTimer, CallsOncePerStartIfAskedTo) {
+    const int32_t timer = GetParam()(20'000, calls_, 256);
+    for (int start = 1; start <= 2; ++start) {
+        const auto begin = Clock::now();
+        EXPECT_EQ(pthread_start_timer(timer), 0);
+        EXPECT_TRUE(wait_until([&] { return calls_.count == start; }));
+        EXPECT_GE(Clock::now() - begin, 20ms);
+        EXPECT_TRUE(calls_.stands_still(100ms));
+    }
     EXPECT_EQ(pthread_free_timer(timer), 0);
 }
 
 TEST(SignalTimer, SharesOneHandler) {
     static std::atomic<int> later_alarms;
-    const int32_t first = request_signal_timer(5000);
+    Calls calls;
+    const int32_t first = request_signal_timer(5000, calls);
     const int32_t second = pthread_request_timer(
         1'000'000'000, [](int) { ++later_alarms; }, nullptr, nullptr, 0, 0, 0);
     EXPECT_EQ(pthread_start_timer(first), 0);
     EXPECT_TRUE(wait_until([] { return later_alarms >= 3; }));
-    EXPECT_EQ(alarms, 0);
+    EXPECT_EQ(calls.count, 0);
     EXPECT_EQ(pthread_free_timer(first), 0);
     EXPECT_EQ(pthread_free_timer(second), 0);
 }
 
-TEST(SignalTimer, FiresOnceIfAskedTo) {
-    const int32_t timer = request_signal_timer(20'000, 256);
-    const auto begin = Clock::now();
-    EXPECT_EQ(pthread_start_timer(timer), 0);
-    EXPECT_TRUE(wait_until([] { return alarms >= 1; }));
-    EXPECT_GE(Clock::now() - begin, 20ms);
-    EXPECT_FALSE(wait_until([] { return alarms > 1; }, 100ms));
-    EXPECT_EQ(pthread_free_timer(timer), 0);
-}
-
-TEST(SignalTimer, NeedsAHandler) {
-    EXPECT_EQ(pthread_request_timer(1000, nullptr, nullptr, nullptr, big_stack, priority, 0), -1);
-    EXPECT_EQ(request_signal_timer(1000), 0) << "the row is free again";
-    EXPECT_EQ(pthread_free_timer(0), 0);
-}
-
-// By a thread of its own
-
-TEST_F(OwnThreadTimer, CallsBackOnItsOwnRealTimeThread) {
-    Calls calls[2];
-    const int32_t first = request_own_thread(2000, calls[0]);
-    const int32_t second = pthread_request_timer(2000, nullptr, note_call, &calls[1], 1, 31, 0);
-    ASSERT_EQ(first, 0);
-    ASSERT_EQ(second, 1);
-    EXPECT_TRUE(calls[0].stands_still()) << "not armed by the request";
-    EXPECT_EQ(pthread_start_timer(first), 0);
-    EXPECT_EQ(pthread_start_timer(second), 0);
-    EXPECT_TRUE(calls[0].goes_on());
-    EXPECT_TRUE(calls[1].goes_on());
-    for (const int32_t row : {first, second}) {
-        EXPECT_EQ(calls[row].index, row);
-        EXPECT_EQ(calls[row].policy, SCHED_FIFO);
-        EXPECT_EQ(calls[row].priority, row == first ? priority : 31);
-    }
-    EXPECT_NE(calls[0].thread, calls[1].thread);
-    EXPECT_NE(calls[0].thread, gettid());
-
-    EXPECT_EQ(pthread_stop_timer(first), 0);
-    wait_until([] { return false; }, 20ms);  // an expiry under way may still call
-    EXPECT_TRUE(calls[0].stands_still());
-    EXPECT_TRUE(calls[1].goes_on());
-    EXPECT_EQ(pthread_start_timer(first), 0);
-    EXPECT_TRUE(calls[0].goes_on());
-    EXPECT_EQ(pthread_free_timer(first), 0);
-    EXPECT_EQ(pthread_free_timer(second), 0);
-}
-
-TEST_F(OwnThreadTimer, HasTheStackItAsksForAndMore) {
+TEST_F(RealTimeTimer, HasAThreadOfItsOwn) {
     static size_t stack_size;
-    Calls calls;
-    calls.act = [](int) {
+    Calls calls[2];
+    calls[0].act = [](int) {
         pthread_attr_t attributes;
         pthread_getattr_np(pthread_self(), &attributes);
         pthread_attr_getstacksize(&attributes, &stack_size);
         pthread_attr_destroy(&attributes);
     };
-    const int32_t timer = request_own_thread(1000, calls);
-    EXPECT_EQ(pthread_start_timer(timer), 0);
-    EXPECT_TRUE(calls.goes_on());
-    EXPECT_EQ(pthread_free_timer(timer), 0);
+    ASSERT_EQ(request_own_thread(2000, calls[0]), 0);
+    ASSERT_EQ(pthread_request_timer(2000, nullptr, note_call, &calls[1], 1, 31, 0), 1);
+    for (const int32_t row : {0, 1}) {
+        EXPECT_EQ(pthread_start_timer(row), 0);
+        EXPECT_TRUE(calls[row].goes_on());
+        EXPECT_EQ(calls[row].index, row);
+        EXPECT_EQ(calls[row].policy, SCHED_FIFO);
+        EXPECT_EQ(calls[row].priority, row == 0 ? priority : 31);
+    }
+    EXPECT_NE(calls[0].thread, calls[1].thread);
+    EXPECT_NE(calls[0].thread, gettid());
+    EXPECT_EQ(pthread_stop_timer(0), 0);
+    EXPECT_TRUE(calls[1].goes_on());
+    EXPECT_EQ(pthread_free_timer(0), 0);
+    EXPECT_EQ(pthread_free_timer(1), 0);
     EXPECT_GE(stack_size, big_stack + 16384);
     if (!test::sanitized()) {
         EXPECT_EQ(stack_size, big_stack + 16384);
     }
 }
 
-TEST_F(OwnThreadTimer, FiresOncePerStartIfAskedTo) {
-    Calls calls;
-    const int32_t timer = request_own_thread(20'000, calls, 1);
-    for (int start = 1; start <= 2; ++start) {
-        const auto begin = Clock::now();
-        EXPECT_EQ(pthread_start_timer(timer), 0);
-        EXPECT_TRUE(wait_until([&] { return calls.count == start; }));
-        EXPECT_GE(Clock::now() - begin, 20ms);
-        EXPECT_TRUE(calls.stands_still(100ms));
-    }
-    EXPECT_EQ(pthread_free_timer(timer), 0);
-}
-
 // The default action of the alarm signal would end the process.
-TEST_F(OwnThreadTimer, WorksWhateverMaskItsCreatorHas) {
+TEST_F(RealTimeTimer, WorksWhateverMaskItsCreatorHas) {
     sigset_t alarm;
     sigemptyset(&alarm);
     sigaddset(&alarm, SIGALRM);
@@ -218,7 +198,7 @@ TEST_F(OwnThreadTimer, WorksWhateverMaskItsCreatorHas) {
     }
 }
 
-TEST_F(OwnThreadTimer, IsFreedTogetherWithItsThread) {
+TEST_F(RealTimeTimer, IsFreedTogetherWithItsThread) {
     const int threads = thread_count();
     for (const bool started : {false, true}) {
         auto calls = std::make_unique<Calls>();
@@ -235,52 +215,36 @@ TEST_F(OwnThreadTimer, IsFreedTogetherWithItsThread) {
     }
 }
 
-TEST_F(OwnThreadTimer, NeedsAPriorityForRealTime) {
-    const int threads = thread_count();
-    Calls calls;
-    for (const int32_t refused : {0, -1, 100}) {
-        EXPECT_EQ(pthread_request_timer(1000, nullptr, note_call, &calls, 16384, refused, 0), -1);
-    }
-    EXPECT_EQ(thread_count(), threads);
-    EXPECT_EQ(request_own_thread(1000, calls), 0);
-    EXPECT_EQ(pthread_free_timer(0), 0);
-}
-
-// Simulated
-
-TEST_F(SimulatedTimer, TicksFromItsRequestOnWhateverStartAndStopSay) {
+TEST_F(RealTimeTimer, TicksFromItsRequestOnIfItIsSimulated) {
     Calls calls;
     const int32_t timer = request_simulated(1000, calls);
     ASSERT_EQ(timer, 0);
     EXPECT_TRUE(calls.goes_on());
     EXPECT_EQ(calls.policy, SCHED_FIFO);
     EXPECT_EQ(calls.priority, 51);
-    EXPECT_EQ(pthread_stop_timer(timer), 0);
-    EXPECT_TRUE(calls.goes_on(10));
-    EXPECT_EQ(pthread_start_timer(timer), 0);
-    EXPECT_TRUE(calls.goes_on(10));
+    for (const auto without_effect : {pthread_stop_timer, pthread_start_timer}) {
+        EXPECT_EQ(without_effect(timer), 0);
+        EXPECT_TRUE(calls.goes_on(10));
+    }
     EXPECT_EQ(pthread_free_timer(timer), 0);
 }
 
-TEST_F(SimulatedTimer, CallsWithItsSlotNotItsRow) {
+TEST_F(RealTimeTimer, CallsWithItsSlotNotItsRowIfItIsSimulated) {
     Calls calls[2];
-    const int32_t other = request_signal_timer(1'000'000);
-    const int32_t first = request_simulated(1000, calls[0]);
-    const int32_t second = request_simulated(1000, calls[1]);
-    EXPECT_EQ(other, 0);
-    EXPECT_EQ(first, 1);
-    EXPECT_EQ(second, 2);
+    EXPECT_EQ(request_signal_timer(1'000'000, calls[0]), 0);
+    EXPECT_EQ(request_simulated(1000, calls[0]), 1);
+    EXPECT_EQ(request_simulated(1000, calls[1]), 2);
     EXPECT_TRUE(calls[0].goes_on());
     EXPECT_TRUE(calls[1].goes_on());
     EXPECT_EQ(calls[0].index, 0);
     EXPECT_EQ(calls[1].index, 1);
     EXPECT_EQ(calls[0].thread, calls[1].thread);
-    for (const int32_t timer : {other, first, second}) {
-        EXPECT_EQ(pthread_free_timer(timer), 0);
+    for (int32_t row = 0; row < 3; ++row) {
+        EXPECT_EQ(pthread_free_timer(row), 0);
     }
 }
 
-TEST_F(SimulatedTimer, StopsCallingWhenItIsFreed) {
+TEST_F(RealTimeTimer, WaitsForARunningCallWhenItIsFreed) {
     for (int round = 0; round < 20; ++round) {
         auto calls = std::make_unique<Calls>();
         std::atomic<bool> inside{false};
@@ -300,13 +264,10 @@ TEST_F(SimulatedTimer, StopsCallingWhenItIsFreed) {
     }
 }
 
-// Real-time callbacks that free timers.
-
-class FreedByACallback : public RealTimeTimer {
-protected:
-    // The timer's third call frees it; a new one may take its row at once.
-    static void check(int32_t (*request)(Calls&)) {
-        const int threads = thread_count();
+// The timer's third call frees it; a new one may take its row at once.
+TEST_F(RealTimeTimer, MayBeFreedByItsOwnCall) {
+    const int threads = thread_count();
+    for (const Request request : {request_own_thread, request_simulated}) {
         for (int round = 0; round < 3; ++round) {
             Calls calls;
             std::atomic<int32_t> freed{-1};
@@ -315,11 +276,11 @@ protected:
                     freed = pthread_free_timer(0);
                 }
             };
-            ASSERT_EQ(request(calls), 0);
+            ASSERT_EQ(request(1000, calls, 0), 0);
             ASSERT_EQ(pthread_start_timer(0), 0);
             ASSERT_TRUE(wait_until([&] { return freed == 0; }));
             Calls next;
-            ASSERT_EQ(request(next), 0);
+            ASSERT_EQ(request(1000, next, 0), 0);
             ASSERT_EQ(pthread_start_timer(0), 0);
             EXPECT_TRUE(next.goes_on());
             EXPECT_EQ(pthread_free_timer(0), 0);
@@ -327,17 +288,7 @@ protected:
             EXPECT_TRUE(wait_until([=] { return thread_count() <= threads + 1; }));
         }
     }
-};
-
-TEST_F(FreedByACallback, OwnThreadTimer) {
-    check([](Calls& calls) { return request_own_thread(1000, calls); });
 }
-
-TEST_F(FreedByACallback, SimulatedTimer) {
-    check([](Calls& calls) { return request_simulated(1000, calls); });
-}
-
-// Over time
 
 // Calls of a timer over a span by the clock, against what the period lets one expect.
 void expect_calls_by_the_clock(Calls& calls, std::chrono::nanoseconds period, Clock::duration span,
@@ -383,29 +334,31 @@ TEST_F(RealTimeTiming, SimulatedTimersKeepToTheirGrid) {
     }
 }
 
-TEST_F(RealTimeTiming, SimulatedPeriodsWrapAroundIn32BitNanoseconds) {
+TEST_F(RealTimeTiming, PeriodsAreKept) {
+    struct Case {
+        Request request;
+        uint32_t period_us;
+        std::chrono::nanoseconds effective;
+        std::chrono::milliseconds span;
+        double least;
+    };
+    for (const Case& c : {Case{request_own_thread, 1000, 1ms, 1s, 0.9},
+                          // 704 ns after the wrap of 32-bit nanoseconds, so in every tick
+                          Case{request_simulated, 4'294'968, 500us, 300ms, 0.8}}) {
+        Calls calls;
+        ASSERT_EQ(c.request(c.period_us, calls, 0), 0);
+        ASSERT_EQ(pthread_start_timer(0), 0);
+        expect_calls_by_the_clock(calls, c.effective, c.span, c.least);
+        EXPECT_EQ(pthread_free_timer(0), 0);
+    }
     Calls calls;
-    ASSERT_EQ(request_simulated(4'294'968, calls), 0);  // 704 ns after the wrap: every tick
-    expect_calls_by_the_clock(calls, 500us, 300ms, 0.8);
-    EXPECT_EQ(pthread_free_timer(0), 0);
     ASSERT_EQ(request_simulated(4'294'967, calls), 0);
-    EXPECT_TRUE(calls.stands_still(300ms));
-    EXPECT_EQ(pthread_free_timer(0), 0);
-}
-
-TEST_F(RealTimeTiming, OwnThreadTimersKeepTime) {
-    Calls calls;
-    ASSERT_EQ(request_own_thread(1000, calls), 0);
-    ASSERT_EQ(pthread_start_timer(0), 0);
-    expect_calls_by_the_clock(calls, 1ms, 1s, 0.9);
+    EXPECT_TRUE(calls.stands_still(300ms)) << "just before the wrap";
     EXPECT_EQ(pthread_free_timer(0), 0);
 }
 
 TEST_F(RealTimeTiming, MissedCallsAreNotCaughtUpWith) {
-    int32_t (*const requests[])(uint32_t, Calls&) = {
-        request_simulated,
-        [](uint32_t period_us, Calls& calls) { return request_own_thread(period_us, calls); }};
-    for (const auto request : requests) {
+    for (const Request request : {request_simulated, request_own_thread}) {
         Calls calls;
         std::atomic<bool> slow_call_over{false};
         std::vector<Clock::time_point> after;
@@ -417,7 +370,7 @@ TEST_F(RealTimeTiming, MissedCallsAreNotCaughtUpWith) {
             }
             after.push_back(Clock::now());
         };
-        ASSERT_EQ(request(2000, calls), 0);
+        ASSERT_EQ(request(2000, calls, 0), 0);
         ASSERT_EQ(pthread_start_timer(0), 0);
         ASSERT_TRUE(wait_until([&] { return slow_call_over.load(); }));
         ASSERT_TRUE(calls.goes_on(50));
@@ -430,24 +383,28 @@ TEST_F(RealTimeTiming, MissedCallsAreNotCaughtUpWith) {
     }
 }
 
-// Refused by the system
-
-TEST_F(RefusedTimer, LeavesNeitherRowNorThreadWithoutRoomForItsSignal) {
+TEST_F(RealTimeTimer, LeavesNeitherRowNorThreadWhenItIsRefused) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_SIGPENDING, &limit), 0);
     const rlimit none{0, limit.rlim_max};
     const int threads = thread_count();
     Calls calls;
+    EXPECT_EQ(pthread_request_timer(1000, nullptr, nullptr, nullptr, big_stack, priority, 0), -1);
+    for (const int32_t wrong_priority : {0, -1, 100}) {
+        EXPECT_EQ(pthread_request_timer(1000, nullptr, note_call, &calls, 16384, wrong_priority, 0),
+                  -1);
+    }
+    EXPECT_EQ(thread_count(), threads);
     ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
-    EXPECT_EQ(request_signal_timer(1000), -1);
+    EXPECT_EQ(request_signal_timer(1000, calls), -1);
     EXPECT_EQ(request_own_thread(1000, calls), -1);
     ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &limit), 0);
     EXPECT_TRUE(wait_until([=] { return thread_count() == threads; }));
-    EXPECT_EQ(request_signal_timer(1000), 0);
+    EXPECT_EQ(request_signal_timer(1000, calls), 0);
     EXPECT_EQ(pthread_free_timer(0), 0);
 }
 
-TEST_F(RefusedTimer, LeavesNoRowWithoutTheRightToRealTime) {
+TEST_F(RealTimeTimer, LeavesNoRowWithoutTheRightToRealTime) {
     EXPECT_EQ(test::in_child([] {
                   const rlimit none{0, 0};
                   if (setrlimit(RLIMIT_RTPRIO, &none) != 0 || !test::drop_privileges()) {
@@ -456,7 +413,7 @@ TEST_F(RefusedTimer, LeavesNoRowWithoutTheRightToRealTime) {
                   Calls calls;
                   const bool refused =
                       request_own_thread(1000, calls) == -1 && request_simulated(1000, calls) == -1;
-                  return refused && request_signal_timer(1000) == 0 ? 0 : 1;
+                  return refused && request_signal_timer(1000, calls) == 0 ? 0 : 1;
               }),
               0);
 }

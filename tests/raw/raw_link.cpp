@@ -1,11 +1,5 @@
 #include "tests/raw/raw_link.h"
 
-#include <arpa/inet.h>
-#include <linux/if_packet.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,16 +11,6 @@
 namespace test {
 
 namespace {
-
-constexpr uint16_t ether_type = 0xC815;
-constexpr int receive_limit_ms = 10'000;
-
-sockaddr_in ip_address(const std::string& text) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    inet_pton(AF_INET, text.c_str(), &address.sin_addr);
-    return address;
-}
 
 // Puts the checksum of the bytes from `start` on at `start + 2`.
 Bytes with_checksum(Bytes message, size_t start) {
@@ -60,51 +44,6 @@ Bytes controller_frame(uint8_t code, const Bytes& payload) {
 
 Bytes controller_message(uint8_t code, const Bytes& payload) {
     return with_checksum(Bytes{0xA6, code} + bytes("00 00 C8 B7 07 00") + payload, 0);
-}
-
-std::unique_ptr<Port> Port::ethernet(const std::string& interface_name) {
-    std::unique_ptr<Port> port(new Port(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)));
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ether_type);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(interface_name.c_str()));
-    EXPECT_EQ(0, bind(port->socket_, reinterpret_cast<sockaddr*>(&address), sizeof address))
-        << std::strerror(errno);
-    return port;
-}
-
-std::unique_ptr<Port> Port::ip(const std::string& own_address) {
-    std::unique_ptr<Port> port(new Port(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP)));
-    const sockaddr_in address = ip_address(own_address);
-    EXPECT_EQ(0, bind(port->socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address))
-        << std::strerror(errno);
-    return port;
-}
-
-Port::~Port() {
-    close(socket_);
-}
-
-void Port::send(const Bytes& frame) {
-    EXPECT_EQ(static_cast<ssize_t>(frame.size()), ::send(socket_, frame.data(), frame.size(), 0))
-        << std::strerror(errno);
-}
-
-void Port::send_to(const std::string& address, const Bytes& message) {
-    const sockaddr_in to = ip_address(address);
-    EXPECT_EQ(static_cast<ssize_t>(message.size()),
-              sendto(socket_, message.data(), message.size(), 0,
-                     reinterpret_cast<const sockaddr*>(&to), sizeof to))
-        << std::strerror(errno);
-}
-
-Bytes Port::receive() {
-    pollfd ready{socket_, POLLIN, 0};
-    EXPECT_EQ(1, poll(&ready, 1, receive_limit_ms)) << "nothing arrived";
-    Bytes message(2048);
-    const ssize_t got = recv(socket_, message.data(), message.size(), MSG_DONTWAIT);
-    message.resize(got > 0 ? static_cast<size_t>(got) : 0);
-    return message;
 }
 
 Received receive(int instance, unsigned capacity) {

@@ -11,7 +11,7 @@
 
 #include "net/raw_socket.h"
 #include "tests/support/packet_capture.h"
-#include "tests/support/scripted_peer.h"
+#include "tests/support/raw_port.h"
 
 namespace test {
 
@@ -22,26 +22,6 @@ uint16_t reference_checksum(const Bytes& data);
 Bytes controller_frame(uint8_t code, const Bytes& payload);
 // The same from the transport header on, as an IP-mode message has it.
 Bytes controller_message(uint8_t code, const Bytes& payload);
-
-// A socket of the test.
-class Port {
-public:
-    static std::unique_ptr<Port> ethernet(const std::string& interface_name);
-    static std::unique_ptr<Port> ip(const std::string& own_address);
-    ~Port();
-    Port(const Port&) = delete;
-    Port& operator=(const Port&) = delete;
-
-    int descriptor() const { return socket_; }
-    void send(const Bytes& frame);
-    void send_to(const std::string& address, const Bytes& message);
-    // The next message; empty, and the test fails, when none comes.
-    Bytes receive();
-
-private:
-    explicit Port(int socket) : socket_(socket) {}
-    int socket_;
-};
 
 // What one receive did.
 struct Received {

@@ -49,7 +49,6 @@ std::string servo_head(uint32_t sequence, const char* flag) {
     return "0B " + number(0.008) + "04 " + word(sequence) + "02 " + flag;
 }
 
-// Form 2: the joints as one array, counted twice.
 std::string servo_array(uint32_t sequence, const sim::Joints& joints) {
     return call("servoJ", 5, servo_head(sequence, "00 ") + "13 01 06 0B " + numbers(joints, ""));
 }
@@ -68,43 +67,42 @@ double distance(const sim::Joints& left, const sim::Joints& right) {
 
 }  // namespace
 
-TEST(Command, SetsDigitalOutputsAndReadsThemBack) {
-    Bench bench;
-    EXPECT_EQ(bench.io.ask(call("setStandardDigitalOut", 2, "02 0F 01 01")), accepted);
-    EXPECT_EQ(bench.io.ask(call("setConfigurableDigitalOut", 2, "02 00 01 01")), accepted);
-    EXPECT_EQ(bench.io.ask(call("setToolDigitalOut", 2, "02 03 01 01")), accepted);
-    EXPECT_EQ(bench.io.ask(call("getAllDigitalOutputBits", 0)),
-              "0F 00 6D 00 00 00 00 00 80 01 08 00 00 00 00 ");
-    EXPECT_EQ(bench.io.ask(call("setStandardDigitalOut", 2, "02 0F 01 00")), accepted);
-    EXPECT_EQ(bench.simulator.digital_outputs(), 0x08010000U);
-    EXPECT_EQ(bench.io.ask(call("setToolDigitalOut", 2, "02 04 01 01")), bad_argument);
-    EXPECT_EQ(bench.io.ask(call("setToolDigitalOut", 2, "02 00 01 02")), bad_argument);
-    EXPECT_EQ(bench.simulator.digital_outputs(), 0x08010000U);
-}
-
-TEST(Command, ReadsDigitalInputs) {
+TEST(Command, IsCarriedOutUnlessItsArgumentsAreWrong) {
     Bench bench;
     bench.simulator.set_digital_inputs(0x0102030405060708);
-    EXPECT_EQ(bench.io.ask(call("getAllDigitalInputBits", 0)),
-              "0F 00 6D 00 00 00 00 08 07 06 05 04 03 02 01 ");
-}
-
-TEST(Command, SetsTheSpeedWithinItsRange) {
-    Bench bench;
-    EXPECT_EQ(bench.io.ask(call("setPercentVelocity", 1, "0B " + number(0.5))), accepted);
-    for (const double wrong : {-1.0, 100.5, std::nan("")}) {
-        EXPECT_EQ(bench.io.ask(call("setPercentVelocity", 1, "0B " + number(wrong))), bad_argument);
+    struct Case {
+        const char* method;
+        unsigned count;
+        std::string arguments;
+        const char* reply;
+    };
+    const Case cases[] = {
+        {"setStandardDigitalOut", 2, "02 0F 01 01", accepted},
+        {"setConfigurableDigitalOut", 2, "02 00 01 01", accepted},
+        {"setToolDigitalOut", 2, "02 03 01 01", accepted},
+        {"getAllDigitalOutputBits", 0, "", "0F 00 6D 00 00 00 00 00 80 01 08 00 00 00 00 "},
+        {"setStandardDigitalOut", 2, "02 0F 01 00", accepted},
+        {"setToolDigitalOut", 2, "02 04 01 01", bad_argument},
+        {"setToolDigitalOut", 2, "02 00 01 02", bad_argument},
+        {"getAllDigitalInputBits", 0, "", "0F 00 6D 00 00 00 00 08 07 06 05 04 03 02 01 "},
+        {"setPercentVelocity", 1, "0B " + number(0.5), accepted},
+        {"setPercentVelocity", 1, "0B " + number(-1), bad_argument},
+        {"setPercentVelocity", 1, "0B " + number(100.5), bad_argument},
+        {"setPercentVelocity", 1, "0B " + number(std::nan("")), bad_argument},
+        {"startInertiaComp", 0, "", accepted},
+        {"startTorqueComp", 0, "", accepted},
+        {"stopInertiaComp", 0, "", accepted},
+        {"stopTorqueComp", 0, "", accepted},
+        {"startLogOutput", 0, "", accepted},
+        {"startSensorForceInput", 0, "", accepted},
+        {"stopSensorForceInput", 0, "", accepted},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(bench.io.ask(call(c.method, c.count, c.arguments)), c.reply)
+            << c.method << ' ' << c.arguments;
     }
+    EXPECT_EQ(bench.simulator.digital_outputs(), 0x08010000U);
     EXPECT_EQ(bench.simulator.speed_percent(), 0.5);
-}
-
-TEST(Command, AcceptsEveryCommandWithoutArguments) {
-    Bench bench;
-    for (const char* name :
-         {"startInertiaComp", "startTorqueComp", "stopInertiaComp", "stopTorqueComp",
-          "startLogOutput", "startSensorForceInput", "stopSensorForceInput", "resetError"}) {
-        EXPECT_EQ(bench.io.ask(call(name, 0)), accepted) << name;
-    }
 }
 
 TEST(Command, RefusesMotionInErrorUntilItIsReset) {
@@ -119,51 +117,37 @@ TEST(Command, RefusesMotionInErrorUntilItIsReset) {
     EXPECT_EQ(bench.simulator.counters().set_points, 1U);
 }
 
-TEST(Servo, TakesSeparateValuesFromClientsOfVersion1) {
-    Bench bench;
-    bench.io.ask(negotiate("01"));
-    const std::string tail = "02 06 " + numbers(pose, "0B ");
-    EXPECT_EQ(bench.control.ask(call("servoJ", 10, servo_head(1, "00 ") + tail)), accepted);
+// With the joints as separate values in version 1, and as one array, counted twice, in version 2.
+TEST(Servo, TakesTheFormOfTheVersion) {
+    const std::string separate = "02 06 " + numbers(pose, "0B ");
+    const std::string array = "13 01 06 0B " + numbers(pose, "");
     const sim::Joints vector{1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(bench.control.ask(
-                  call("servoJ", 11, servo_head(2, "07 ") + "0D " + numbers(vector, "") + tail)),
-              accepted);
-    EXPECT_EQ(bench.control.ask(servo_array(3, pose)), bad_argument) << "the form of version 2";
+    for (const bool first : {true, false}) {
+        Bench bench;
+        bench.io.ask(negotiate(first ? "01" : "02"));
+        const std::string values = first ? separate : array;
+        const unsigned count = first ? 10 : 5;
+        EXPECT_EQ(bench.control.ask(call("servoJ", count, servo_head(100000, "00 ") + values)),
+                  accepted);
+        EXPECT_EQ(
+            bench.control.ask(call("servoJ", count + 1,
+                                   servo_head(1, "07 ") + "0D " + numbers(vector, "") + values)),
+            accepted);
+        EXPECT_EQ(bench.control.ask(call("servoJ", first ? 5 : 10,
+                                         servo_head(2, "00 ") + (first ? array : separate))),
+                  bad_argument)
+            << "the form of the other version";
 
-    const auto points = bench.simulator.set_points();
-    ASSERT_EQ(points.size(), 2U);
-    EXPECT_EQ(points[0].value, 0.008);
-    EXPECT_EQ(points[0].sequence, 1U);
-    EXPECT_FALSE(points[0].vector);
-    EXPECT_EQ(points[0].joints, std::vector<double>(pose.begin(), pose.end()));
-    EXPECT_EQ(points[1].flag, 7);
-    EXPECT_EQ(points[1].vector, vector);
-    EXPECT_EQ(points[1].port, sim::Port::control);
-}
-
-TEST(Servo, TakesAnArrayFromClientsOfVersion2) {
-    Bench bench;
-    bench.io.ask(negotiate("02"));
-    const sim::Joints vector{1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(bench.control.ask(call("servoJ", 6,
-                                     servo_head(100000, "01 ") + "0D " + numbers(vector, "") +
-                                         "13 01 06 0B " + numbers(pose, ""))),
-              accepted);
-    EXPECT_EQ(
-        bench.control.ask(call("servoJ", 5, servo_head(1, "00 ") + "13 01 00 0B " + number(9))),
-        accepted)
-        << "no values, but the room of one";
-    EXPECT_EQ(bench.control.ask(
-                  call("servoJ", 10, servo_head(2, "00 ") + "02 06 " + numbers(pose, "0B "))),
-              bad_argument)
-        << "the form of version 1";
-
-    const auto points = bench.simulator.set_points();
-    ASSERT_EQ(points.size(), 2U);
-    EXPECT_EQ(points[0].sequence, 100000U);
-    EXPECT_EQ(points[0].vector, vector);
-    EXPECT_EQ(points[0].joints, std::vector<double>(pose.begin(), pose.end()));
-    EXPECT_TRUE(points[1].joints.empty());
+        const auto points = bench.simulator.set_points();
+        ASSERT_EQ(points.size(), 2U);
+        EXPECT_EQ(points[0].value, 0.008);
+        EXPECT_EQ(points[0].sequence, 100000U);
+        EXPECT_FALSE(points[0].vector);
+        EXPECT_EQ(points[0].joints, std::vector<double>(pose.begin(), pose.end()));
+        EXPECT_EQ(points[1].flag, 7);
+        EXPECT_EQ(points[1].vector, vector);
+        EXPECT_EQ(points[1].port, sim::Port::control);
+    }
 }
 
 TEST(Servo, RefusesWhatIsNoPosition) {
@@ -172,6 +156,12 @@ TEST(Servo, RefusesWhatIsNoPosition) {
     EXPECT_EQ(bench.control.ask(servo_array(1, {0, 0, INFINITY, 0, 0, 0})), bad_argument);
     EXPECT_EQ(bench.control.ask(call("servoJ", 1, "0B " + number(1))), bad_argument);
     EXPECT_EQ(bench.io.ask(servo_array(1, pose)), "07 00 6D 0A 00 00 00 ") << "on the IO port";
+    EXPECT_TRUE(bench.simulator.set_points().empty());
+    EXPECT_EQ(
+        bench.control.ask(call("servoJ", 5, servo_head(1, "00 ") + "13 01 00 0B " + number(9))),
+        accepted)
+        << "no values, but the room of one";
+    EXPECT_TRUE(bench.simulator.set_points().at(0).joints.empty());
 }
 
 TEST(Servo, MovesTheJointsWithinTheirSpeed) {

@@ -23,71 +23,55 @@ sim::Options small_options() {
 
 }  // namespace
 
-TEST(Exchange, NegotiatesVersionsOverTcp) {
-    Bench bench;
+TEST(Exchange, NegotiatesAndTellsItsVersions) {
+    sim::Options options;
+    options.versions = {3, "1.2", "A", ""};
+    Bench bench(options);
     EXPECT_EQ(bench.io.ask("0B 00 56 01 00 00 00 00 00 00 00"), "07 00 56 00 00 00 00 ");
     EXPECT_EQ(bench.io.ask("0B 00 56 02 00 00 00 00 00 00 00"), "07 00 56 00 00 00 00 ");
     EXPECT_EQ(bench.io.ask("11 00 56 03 00 01 00 00 00 00 00 02 00 00 00 00 01"),
               "07 00 56 08 00 00 00 ")
         << "no raw path without an interface";
-}
-
-TEST(Exchange, TellsItsVersions) {
-    sim::Options options;
-    options.versions = {3, "1.2", "A", ""};
-    Bench bench(options);
     EXPECT_EQ(bench.io.ask("03 00 76"), "10 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 ");
 }
 
-struct Nonsense {
-    const char* what;
-    sim::Port port;
-    const char* request;
-    const char* reply;
-};
-void PrintTo(const Nonsense& nonsense, std::ostream* out) {
-    *out << nonsense.what;
-}
-class Refusal : public ::testing::TestWithParam<Nonsense> {};
-
-TEST_P(Refusal, IsAStatusAndTheConnectionStaysUsable) {
+TEST(Exchange, RefusesNonsenseAndGoesOn) {
     Bench bench(small_options());
-    Peer& peer = GetParam().port == sim::Port::io ? bench.io : bench.control;
-    EXPECT_EQ(peer.ask(GetParam().request), GetParam().reply);
-    EXPECT_EQ(bench.simulator.counters().refused, 1U);
-    EXPECT_EQ(peer.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+    struct Case {
+        const char* what;
+        Peer& peer;
+        const char* request;
+        const char* reply;
+    };
+    const Case cases[] = {
+        {"short V", bench.io, "0A 00 56 01 00 00 00 00 00 00", "07 00 56 01 00 00 00 "},
+        {"raw V without address", bench.io, "0B 00 56 03 00 01 00 00 00 00 00",
+         "07 00 56 01 00 00 00 "},
+        {"long R", bench.io, "08 00 52 00 00 00 00 00", "07 00 52 01 00 00 00 "},
+        {"S with payload", bench.io, "04 00 53 00", "07 00 53 01 00 00 00 "},
+        {"S without recipe", bench.io, "03 00 53", "07 00 53 06 00 00 00 "},
+        {"unknown letter", bench.io, "03 00 7A", "07 00 7A 02 00 00 00 "},
+        {"page on the control port", bench.control, "07 00 52 00 00 00 00",
+         "07 00 52 02 00 00 00 "},
+        {"O with too few ids", bench.io, "0D 00 4F 00 00 00 00 02 00 04 03 02 01",
+         "07 00 4F 01 00 00 00 "},
+        {"O with an unknown id", bench.io, "0D 00 4F 00 00 00 00 01 00 05 03 02 01",
+         "07 00 4F 03 00 00 00 "},
+        {"I with an output", bench.io, "09 00 49 01 00 04 03 02 01", "07 00 49 03 00 00 00 "},
+        {"unknown method", bench.io, "06 00 6D 02 02 00", "07 00 6D 04 00 00 00 "},
+        {"arguments cut off", bench.io, "08 00 6D 01 02 01 0B 00", "07 00 6D 01 00 00 00 "},
+        {"argument of no type", bench.io, "08 00 6D 01 02 01 63 00", "07 00 6D 01 00 00 00 "},
+        {"more than its arguments", bench.io, "07 00 6D 01 02 00 00", "07 00 6D 01 00 00 00 "},
+        {"argument too many", bench.io, "08 00 6D 01 04 01 02 00", "07 00 6D 05 00 00 00 "},
+        {"IO method on the control port", bench.control, "06 00 6D 01 04 00",
+         "07 00 6D 0A 00 00 00 "}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(c.peer.ask(c.request), c.reply);
+        EXPECT_EQ(c.peer.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+    }
+    EXPECT_EQ(bench.simulator.counters().refused, std::size(cases));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Requests, Refusal,
-    ::testing::Values(
-        Nonsense{"short V", sim::Port::io, "0A 00 56 01 00 00 00 00 00 00",
-                 "07 00 56 01 00 00 00 "},
-        Nonsense{"raw V without address", sim::Port::io, "0B 00 56 03 00 01 00 00 00 00 00",
-                 "07 00 56 01 00 00 00 "},
-        Nonsense{"long R", sim::Port::io, "08 00 52 00 00 00 00 00", "07 00 52 01 00 00 00 "},
-        Nonsense{"S with payload", sim::Port::io, "04 00 53 00", "07 00 53 01 00 00 00 "},
-        Nonsense{"S without recipe", sim::Port::io, "03 00 53", "07 00 53 06 00 00 00 "},
-        Nonsense{"unknown letter", sim::Port::io, "03 00 7A", "07 00 7A 02 00 00 00 "},
-        Nonsense{"page on the control port", sim::Port::control, "07 00 52 00 00 00 00",
-                 "07 00 52 02 00 00 00 "},
-        Nonsense{"O with too few ids", sim::Port::io, "0D 00 4F 00 00 00 00 02 00 04 03 02 01",
-                 "07 00 4F 01 00 00 00 "},
-        Nonsense{"O with an unknown id", sim::Port::io, "0D 00 4F 00 00 00 00 01 00 05 03 02 01",
-                 "07 00 4F 03 00 00 00 "},
-        Nonsense{"I with an output", sim::Port::io, "09 00 49 01 00 04 03 02 01",
-                 "07 00 49 03 00 00 00 "},
-        Nonsense{"unknown method", sim::Port::io, "06 00 6D 02 02 00", "07 00 6D 04 00 00 00 "},
-        Nonsense{"arguments cut off", sim::Port::io, "08 00 6D 01 02 01 0B 00",
-                 "07 00 6D 01 00 00 00 "},
-        Nonsense{"argument of no type", sim::Port::io, "08 00 6D 01 02 01 63 00",
-                 "07 00 6D 01 00 00 00 "},
-        Nonsense{"more than its arguments", sim::Port::io, "07 00 6D 01 02 00 00",
-                 "07 00 6D 01 00 00 00 "},
-        Nonsense{"argument too many", sim::Port::io, "08 00 6D 01 04 01 02 00",
-                 "07 00 6D 05 00 00 00 "},
-        Nonsense{"IO method on the control port", sim::Port::control, "06 00 6D 01 04 00",
-                 "07 00 6D 0A 00 00 00 "}));
 
 TEST(Exchange, EndsTheConnectionWhenItLosesStep) {
     Bench bench;
@@ -157,15 +141,6 @@ TEST(Simulator, SaysWhichPortIsTaken) {
         EXPECT_EQ(error.code().value(), EADDRINUSE);
         EXPECT_NE(std::string(error.what()).find(bench.address + ":2295"), std::string::npos);
     }
-}
-
-TEST(Simulator, LeavesRefusedPortsClosed) {
-    sim::Options options;
-    options.refused_ports = {sim::Port::control};
-    Bench bench(options);
-    EXPECT_TRUE(bench.io.connected());
-    EXPECT_FALSE(bench.control.connected());
-    EXPECT_TRUE(bench.stream.connected());
 }
 
 TEST(Simulator, StopsPromptlyAndLeavesNothingOpen) {
