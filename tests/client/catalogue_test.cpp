@@ -95,14 +95,9 @@ TEST(CataloguePage, IsReadInPiecesWhoseNumberTheFirstFixes) {
     session.negotiate(2);
     const Bytes whole = page(entries(std::string(88, 'n'), 100, 30));
     ASSERT_EQ(whole.size(), 8U + 30 * 97);  // 1400 + 1400 + 118
-    VexoVariablePage variables;
-    session.io.expect(ask('R', 0), whole);
-    ASSERT_EQ(get_outputs(session.handle, 0, variables), 0);
-    EXPECT_EQ(variables.count, 30);
-    EXPECT_EQ(variables.rows[29].id, 0x10000U + 129);
-
     // The first 100 bytes come alone. Then two full reads and one for the rest follow, and each of
     // them takes what there is.
+    VexoVariablePage variables;
     OutputCapture output;
     const auto piece = [&](size_t from, size_t to) {
         return Bytes(whole.begin() + static_cast<long>(from),
@@ -157,31 +152,19 @@ TEST(CataloguePage, CutsNamesAndCountsToTheirFields) {
     EXPECT_EQ(variables.rows[2].id, 0U);
 }
 
-TEST(Catalogue, IsReadPageByPageAndIndexed) {
+TEST(Catalogue, AsksAgainForAnEmptyPage) {
     Session session;
     session.negotiate(1);
-    session.io.expect(ask('R', 0), page(entries("out", 0, 10)));
-    session.io.expect(ask('R', 10), page(entries("out", 10, 10)));
-    session.io.expect(ask('R', 20), page(entries("out", 20, 5)));
+    session.io.expect(ask('R', 0), page(entries("out", 0, 3)));
     session.io.expect(ask('r', 0), page(entries("in", 0, 3), 'r'));
     session.io.expect(ask('M', 0), page({}, 'M'));  // a transient fault
     session.io.expect(ask('M', 0), page(entries("method", 0, 2), 'M'));
     ASSERT_EQ(vexo_all_recipe_get(session.handle), 0);
-    EXPECT_EQ(session.member(kOutputCountOffset), 25U);
-    EXPECT_EQ(session.member(kInputCountOffset), 3U);
     EXPECT_EQ(session.member(kMethodCountOffset), 2U);
-
-    const uint8_t* row = session.dataspace() + kOutputsOffset + 24 * 108;
-    EXPECT_STREQ(reinterpret_cast<const char*>(row), "out24");
-    EXPECT_EQ(read_u32(row + 100), 0x10000U + 24);
-    EXPECT_EQ(Bytes(row + 104, row + 107), (Bytes{5, 8, 0}));
-    const uint8_t* method = session.dataspace() + kMethodsOffset + 104;
-    EXPECT_STREQ(reinterpret_cast<const char*>(method), "method1");
-    EXPECT_EQ(method[100], 1);
-
-    EXPECT_EQ(find_output_index(session.handle, "out24"), 24);
-    EXPECT_EQ(find_input_index(session.handle, "in2"), 2);
     EXPECT_EQ(find_method_index(session.handle, "method1"), 1);
+    const uint8_t* row = session.dataspace() + kOutputsOffset + 2 * 108;
+    EXPECT_STREQ(reinterpret_cast<const char*>(row), "out2");
+    EXPECT_EQ(Bytes(row + 100, row + 107), bytes("02 00 01 00 05 08 00"));
 }
 
 TEST(Catalogue, FailsOnAListOfWholePagesAndKeepsWhatItHas) {
@@ -230,36 +213,28 @@ TEST(Catalogue, PassesOnTheFailureOfAPhase) {
                 HasSubstr(" vexo_all_recipe_get Error: vexoHandle is NULL\n"));
 }
 
-TEST(Catalogue, DropsRowsBeyondItsCapacity) {
+// Of a controller that always sends full pages.
+TEST(Catalogue, EndsAtItsCapacityAndDropsTheRowsBeyond) {
     Session session;
     session.negotiate(2);
     log_init();
-    session.io.expect(ask('R', 0), page(entries("out", 0, 3)));
-    for (uint32_t first = 0; first < 1000; first += 200) {
-        session.io.expect(ask('r', first), page(entries("in", first, 200), 'r'));
-    }
-    session.io.expect(ask('r', 1000), page(entries("in", 1000, 7), 'r'));
-    session.io.expect(ask('M', 0), page(entries("method", 0, 2), 'M'));
-    const uint8_t* behind = session.dataspace() + kMethodsOffset;
-    EXPECT_EQ(vexo_all_recipe_get(session.handle), 0);
-    EXPECT_EQ(session.member(kInputCountOffset), 1000U);
-    EXPECT_STREQ(reinterpret_cast<const char*>(behind), "method0");
-    EXPECT_EQ(find_input_index(session.handle, "in999"), 999);
-    EXPECT_EQ(find_input_index(session.handle, "in1000"), -1);
-    EXPECT_THAT(session.log(), HasSubstr("rows beyond 1000 dropped\n"));
-}
-
-TEST(Catalogue, EndsOnAControllerThatAlwaysSendsFullPages) {
-    Session session;
-    session.negotiate(2);
-    for (const auto& [letter, pages] : {std::pair{'R', 11}, {'r', 6}, {'M', 16}}) {
-        for (int i = 0; i < pages; ++i) {
-            session.io.expect(ask(letter, static_cast<uint32_t>(200 * i)),
-                              page(entries("same", 0, 200), letter));
+    for (const auto& [letter, pages] : {std::pair{'R', 11U}, {'r', 6U}, {'M', 16U}}) {
+        for (uint32_t i = 0; i < pages; ++i) {
+            session.io.expect(ask(letter, 200 * i), page(entries("row", 200 * i, 200), letter));
         }
     }
+    const uint8_t* behind_inputs = session.dataspace() + kMethodsOffset;
     EXPECT_EQ(vexo_all_recipe_get(session.handle), 0);
+    EXPECT_EQ(session.member(kOutputCountOffset), 2000U);
+    EXPECT_EQ(session.member(kInputCountOffset), 1000U);
     EXPECT_EQ(session.member(kMethodCountOffset), 3000U);
+    EXPECT_STREQ(reinterpret_cast<const char*>(behind_inputs), "row0");
+    EXPECT_EQ(find_input_index(session.handle, "row999"), 999);
+    EXPECT_EQ(find_input_index(session.handle, "row1000"), -1);
+    const std::string log = session.log();
+    for (const char* capacity : {"2000", "1000", "3000"}) {
+        EXPECT_THAT(log, HasSubstr("rows beyond " + std::string(capacity) + " dropped\n"));
+    }
 }
 
 TEST(Types, HaveWidths) {

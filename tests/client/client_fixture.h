@@ -9,8 +9,7 @@
 #include <string>
 
 #include "client/vexo.h"
-#include "tests/support/output_capture.h"
-#include "tests/support/process.h"
+#include "tests/log/log_files.h"
 #include "tests/support/scripted_peer.h"
 
 namespace test {
@@ -77,11 +76,7 @@ struct Session {
 
     static std::string finished_log(const std::string& key) {
         log_cleanup();
-        std::string name = "vexo_" + key + "_log";
-        for (char& c : name) {
-            c = c == '.' ? '_' : c;
-        }
-        return read_file(name);
+        return read_file(file_of(key));
     }
 
     std::string address;

@@ -209,25 +209,6 @@ TEST(OutputStream, NeverShowsATornPackage) {
     join_receive_thread();
 }
 
-TEST(OutputStream, ServesTenHandlesBesideSilentOnes) {
-    std::vector<std::unique_ptr<StreamSession>> sessions;
-    for (int i = 1; i <= 10; ++i) {
-        sessions.push_back(std::make_unique<StreamSession>(40, i));
-    }
-    for (auto& session : sessions) {
-        session->start();
-    }
-    for (uint8_t round = 1; round < 20; ++round) {
-        for (size_t i = 0; i < 10; i += 3) {
-            sessions[i]->stream(package(40, static_cast<uint8_t>(round * 10 + i)));
-        }
-        for (size_t i = 0; i < 10; i += 3) {
-            ASSERT_TRUE(sessions[i]->shows(package(40, static_cast<uint8_t>(round * 10 + i))));
-        }
-    }
-    join_receive_thread();
-}
-
 TEST(OutputStream, DoesNotServeHandlesRegisteredLater) {
     StreamSession first(40, 1);
     first.start();
@@ -298,30 +279,7 @@ TEST(ReceiveThread, EndsWhenAHandleIsGone) {
     EXPECT_THAT(Session::finished_log("sys_log"),
                 HasSubstr(" vexo_thread---VexoHandle not found\n"));
     EXPECT_EQ(vexo_thread_init(list), 0) << "it is not started again";
-}
-
-TEST(ReceiveThread, EndsWithTheFirstHandleThatIsDestroyed) {
-    StreamSession first(40, 1);
-    StreamSession second(40, 2);
-    first.start();
-    second.start();
-    std::atomic<bool> stop{false};
-    std::thread reader([&] {
-        Bytes buffer(64);
-        while (!stop) {
-            vexo_ouput_data_receive(first.handle, 0, buffer.data(), 64);
-        }
-    });
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(vexo_destroy(second.handle), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
-    EXPECT_EQ(pthread_join(th_receive, nullptr), 0);
-    stop = true;
-    reader.join();
     EXPECT_EQ(recv_thread_init_ok, 1U);
-    first.stream(package(40, 9));
-    ASSERT_TRUE(first.receive.done());
-    EXPECT_EQ(first.latest(4), Bytes(4, 0xEE)) << "nobody receives any more";
 }
 
 TEST(ReceiveThread, SurvivesAHandleWhoseConnectionFailsBesideIt) {

@@ -9,7 +9,6 @@
 
 using namespace test;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
 namespace {
@@ -40,17 +39,6 @@ TEST(LogLine, NamesFunctionHandleTimeAndText) {
     EXPECT_THAT(read_file(kGeneralFile).substr(std::string(kGeneralBanner).size()),
                 MatchesRegex("Function:f Handle:0 Time:[0-9]{4}-[0-9]{2}-[0-9]{2} "
                              "[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} x\n"));
-}
-
-TEST(LogLine, GivesTheHandleItsNumberAndFile) {
-    const uint32_t handle = make_handle("10.0.0.5");
-    log_init();
-    log_write(handle, "some_call", "moved 5% of %s");
-    log_cleanup();
-    EXPECT_THAT(
-        lines_after(banner_of("10.0.0.5"), read_file("vexo_10_0_0_5_log")),
-        ElementsAre("Function:some_call Handle:" + std::to_string(handle) + " moved 5% of %s"));
-    EXPECT_THAT(files_here(), ElementsAre("vexo_10_0_0_5_log"));
 }
 
 TEST(LogLine, TellsLocalTimeToTheMicrosecond) {
@@ -96,7 +84,7 @@ TEST(LogLine, IsCutAt2047Characters) {
     EXPECT_EQ(without_time(lines.substr(3 * 2047)), "Function:f Handle:0 behind\n");
 }
 
-TEST(LogLine, IsNotMadeForUnknownHandlesAndMissingTexts) {
+TEST(LogLine, IsMadeFromNullPointersAndForUnknownHandlesForNoHandleOnly) {
     const uint32_t handle = make_handle("10.0.0.5");
     const uint32_t destroyed = make_handle("10.0.0.6");
     vexo_destroy(destroyed);
@@ -107,18 +95,13 @@ TEST(LogLine, IsNotMadeForUnknownHandlesAndMissingTexts) {
         log_write(destroyed, "f", "destroyed");
         log_write(handle, nullptr, "x");
         log_write(handle, "f", nullptr);
+        log_write(0, nullptr, "x");
+        log_write(0, "f", nullptr);
     });
-    log_cleanup();
-    EXPECT_THAT(files_here(), IsEmpty());
     EXPECT_EQ(printed, "");
-}
-
-TEST(LogLine, OfNoHandleIsMadeEvenFromNullPointers) {
-    log_init();
-    log_write(0, nullptr, "x");
-    log_write(0, "f", nullptr);
     EXPECT_THAT(finished_general_lines(),
                 ElementsAre("Function:(null) Handle:0 x", "Function:f Handle:0 (null)"));
+    EXPECT_THAT(files_here(), ElementsAre(kGeneralFile));
 }
 
 TEST(LogString, HoldsTheTextThatTheLibraryLoggedLast) {
@@ -128,14 +111,12 @@ TEST(LogString, HoldsTheTextThatTheLibraryLoggedLast) {
     uint8_t version[5];
     vexo_get_SDK_Version(version);
     EXPECT_STREQ(log_string, "VEXO_SDK_Version: 1.1.8");
+    log_init();
     log_write(0, "f", "the application's own");
     EXPECT_STREQ(log_string, "VEXO_SDK_Version: 1.1.8");
-}
-
-// Applications format into log_string as the library does.
-TEST(LogString, CanBeLogged) {
-    log_init();
+    // Applications format into it as the library does.
     std::snprintf(log_string, sizeof log_string, "own text %d", 7);
     log_write(0, "f", log_string);
-    EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 own text 7"));
+    EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 the application's own",
+                                                      "Function:f Handle:0 own text 7"));
 }

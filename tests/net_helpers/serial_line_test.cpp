@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include "tests/net_helpers/pty_pair.h"
-#include "tests/support/process.h"
 
 namespace {
 
@@ -109,13 +108,4 @@ TEST(SerialSettings, FormatReachesTheDevice) {
               static_cast<tcflag_t>(CSTOPB | PARODD | CLOCAL | CREAD));
     EXPECT_EQ(pty.settings().c_iflag, static_cast<tcflag_t>(INPCK));
     close(fd);
-}
-
-TEST(SerialSettings, AFailedConnectLeavesTheDescriptorAlone) {
-    const auto before = test::open_descriptors();
-    int fd = 77;
-    EXPECT_EQ(vexo::tty_local_connect("/dev/null", 9600, 8, 1, 'N', &fd, nullptr), -1);
-    EXPECT_EQ(errno, ENOTTY);
-    EXPECT_EQ(fd, 77);
-    EXPECT_EQ(test::open_descriptors(), before);
 }

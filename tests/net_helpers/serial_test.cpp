@@ -20,9 +20,9 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-int connect_line(const PtyPair& pty, int parity = 'N', termios* saved = nullptr) {
+int connect_line(const PtyPair& pty) {
     int channel = 77;
-    EXPECT_EQ(tty_connect(pty.device.c_str(), 115200, 8, 1, parity, &channel, saved), 0);
+    EXPECT_EQ(tty_connect(pty.device.c_str(), 115200, 8, 1, 'N', &channel, nullptr), 0);
     return channel;
 }
 
@@ -122,7 +122,11 @@ TEST(SerialLine, IsRawAndItsOldSettingsAreSaved) {
     const PtyPair pty;
     const termios before = pty.settings();
     termios saved{};
-    const int fd = tty_getinstfd(connect_line(pty, 'N', &saved));
+    int channel = -1;
+    // Of the format only the low eight bits count.
+    EXPECT_EQ(tty_connect(pty.device.c_str(), 19200, 0x108, 0x101, 0x100 + 'N', &channel, &saved),
+              0);
+    const int fd = tty_getinstfd(channel);
     EXPECT_EQ(saved.c_lflag, before.c_lflag);
     EXPECT_EQ(saved.c_cflag, before.c_cflag);
     EXPECT_EQ(saved.c_iflag, before.c_iflag);
@@ -134,22 +138,13 @@ TEST(SerialLine, IsRawAndItsOldSettingsAreSaved) {
     EXPECT_EQ(now.c_lflag, 0u);
     EXPECT_EQ(now.c_oflag, 0u);
     EXPECT_EQ(now.c_iflag, 0u);
+    EXPECT_EQ(now.c_cflag & CSTOPB, 0u);
+    EXPECT_EQ(cfgetospeed(&now), static_cast<speed_t>(B19200));
     EXPECT_EQ(now.c_cc[VMIN], 0);
     EXPECT_EQ(now.c_cc[VTIME], 1);
 
     EXPECT_EQ(tcsetattr(fd, TCSANOW, &saved), 0);
     EXPECT_EQ(pty.settings().c_lflag, before.c_lflag);
-}
-
-TEST(SerialLine, CutsItsArgumentsToTheirLowBits) {
-    const PtyPair pty;
-    int channel = -1;
-    EXPECT_EQ(tty_connect(pty.device.c_str(), 19200, 0x108, 0x101, 0x100 + 'N', &channel, nullptr),
-              0);
-    const termios now = pty.settings();
-    EXPECT_EQ(now.c_cflag & CSTOPB, 0u);
-    EXPECT_EQ(now.c_iflag & INPCK, 0u);
-    EXPECT_EQ(cfgetospeed(&now), static_cast<speed_t>(B19200));
 }
 
 TEST(SerialLine, CarriesEveryByteBothWays) {
@@ -171,6 +166,11 @@ TEST(SerialLine, CarriesEveryByteBothWays) {
     EXPECT_EQ(receive(channel, -1), "");
     EXPECT_EQ(tty_recv(channel, nullptr, 8), 0);
     EXPECT_EQ(hand_in(channel, "x"), 0) << "nothing is handed in to a real line";
+
+    pty.put("stale");
+    ASSERT_EQ(tty_select(channel, nullptr), 1);
+    EXPECT_EQ(tty_flush(channel), 0);
+    EXPECT_EQ(poll_line(channel), 0);
 }
 
 TEST(SerialLine, WaitsForInputThroughSignals) {
@@ -186,15 +186,6 @@ TEST(SerialLine, WaitsForInputThroughSignals) {
     EXPECT_EQ(
         test::call_interrupted([&] { return tty_select(channel, nullptr); }, [&] { pty.put("x"); }),
         1);
-}
-
-TEST(SerialLine, FlushDropsPendingInput) {
-    const PtyPair pty;
-    const int channel = connect_line(pty);
-    pty.put("stale");
-    ASSERT_EQ(tty_select(channel, nullptr), 1);
-    EXPECT_EQ(tty_flush(channel), 0);
-    EXPECT_EQ(poll_line(channel), 0);
 }
 
 TEST(SerialLine, RefusesADescriptorBeyondTheSelectSet) {
@@ -233,16 +224,13 @@ TEST(VirtualChannel, HandsEachSentBlockToThePumpOnce) {
     EXPECT_EQ(tty_send(channel, "again", 5), 5);
     EXPECT_EQ(tty_push_data(nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(take(), "none");
-}
 
-TEST(VirtualChannel, AcknowledgementWithdrawsABlockThatWaits) {
-    const int channel = connect_virtual();
     tty_send(channel, "x", 1);
     EXPECT_EQ(hand_in(channel, "", 0x7F), 0);
     EXPECT_EQ(take(), "0:x") << "only bit 7 acknowledges";
     tty_send(channel, "x", 1);
     EXPECT_EQ(tty_pop_data(channel, nullptr, 0, 0x1FF, 0), 0);
-    EXPECT_EQ(take(), "none");
+    EXPECT_EQ(take(), "none") << "an acknowledgement withdraws a block that waits";
 }
 
 TEST(VirtualChannel, ThePumpServesTheLowestChannelUpToTheFirstFreeOne) {

@@ -68,17 +68,4 @@ TEST(MessageQueue, ReleasesTheTasksThatPendWhenItIsFreed) {
     EXPECT_EQ(pthread_free_queue(queue), 0);
 }
 
-TEST(MessageQueue, HoldsAsManyMessagesAsAnyQueue) {
-    const int32_t queue = pthread_request_queue();
-    for (uintptr_t i = 0; i < QUEUE_ELEMENTS_MAX; ++i) {
-        ASSERT_EQ(pthread_post_queue(queue, element(i)), 0);
-    }
-    EXPECT_EQ(pthread_post_queue(queue, element(0)), -7);
-    uintptr_t got = 77;
-    EXPECT_EQ(pend(queue, 0, got), 0);
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(pthread_post_queue(queue, element(0)), 0);
-    EXPECT_EQ(pthread_free_queue(queue), 0);
-}
-
 }  // namespace

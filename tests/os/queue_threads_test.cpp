@@ -15,15 +15,6 @@ using test::Caller;
 using test::element;
 using test::number;
 
-int get_wait(Queue* queue, void** got) {
-    return queue_get_wait(queue, got);
-}
-
-int count_sleeping(std::vector<std::unique_ptr<Caller>>& callers) {
-    return static_cast<int>(std::count_if(callers.begin(), callers.end(),
-                                          [](auto& caller) { return caller->sleeps(); }));
-}
-
 TEST(QueueThreads, APutWaitsForRoom) {
     Queue* const queue = queue_create_limited(2);
     EXPECT_EQ(queue_put_wait(queue, element(1)), 0);
@@ -79,20 +70,27 @@ protected:
     }
 };
 
+// At the absolute limit an unbounded queue keeps its putters waiting, too.
 TEST_P(QueueThreadsEnd, ReleasesGettersAndPutters) {
-    for (const bool full : {false, true}) {
-        Queue* const queue = queue_create_limited(1);
-        if (full) {
-            ASSERT_EQ(queue_put(queue, element(1)), 0);
+    struct Case {
+        Queue* queue;
+        uintptr_t filled;
+    };
+    for (const Case& c : {Case{queue_create(), 0}, Case{queue_create_limited(1), 1},
+                          Case{queue_create(), QUEUE_ELEMENTS_MAX}}) {
+        Queue* const queue = c.queue;
+        const bool full = c.filled > 0;
+        for (uintptr_t i = 0; i < c.filled; ++i) {
+            ASSERT_EQ(queue_put(queue, element(i)), 0);
         }
         std::vector<void*> got(5, element(1));
         std::vector<std::unique_ptr<Caller>> waiters;
         for (void*& out : got) {
-            waiters.push_back(std::make_unique<Caller>([&queue, &out, full]() -> int {
-                return full ? queue_put_wait(queue, out) : get_wait(queue, &out);
+            waiters.push_back(std::make_unique<Caller>([queue, &out, full]() -> int {
+                return full ? queue_put_wait(queue, out) : queue_get_wait(queue, &out);
             }));
+            EXPECT_TRUE(waiters.back()->sleeps());
         }
-        EXPECT_EQ(count_sleeping(waiters), 5);
         end(queue);
         for (auto& waiter : waiters) {
             EXPECT_EQ(waiter->result(), -4);
@@ -100,19 +98,6 @@ TEST_P(QueueThreadsEnd, ReleasesGettersAndPutters) {
         EXPECT_EQ(got, std::vector<void*>(5, full ? element(1) : nullptr));
         clean_up(queue);
     }
-}
-
-// At the absolute limit an unbounded queue keeps its putters waiting until it is closed.
-TEST_P(QueueThreadsEnd, ReleasesPuttersOfAnUnboundedQueue) {
-    Queue* const queue = queue_create();
-    for (uintptr_t i = 0; i < QUEUE_ELEMENTS_MAX; ++i) {
-        ASSERT_EQ(queue_put(queue, element(i)), 0);
-    }
-    Caller putter([&] { return queue_put_wait(queue, element(1)); });
-    EXPECT_TRUE(putter.sleeps());
-    end(queue);
-    EXPECT_EQ(putter.result(), -4);
-    clean_up(queue);
 }
 
 INSTANTIATE_TEST_SUITE_P(By, QueueThreadsEnd, testing::Values(Ending::close, Ending::destroy),

@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <sstream>
 #include <string>
-
-#include "tests/support/process.h"
 
 namespace test {
 
@@ -76,21 +73,6 @@ bool may_run_realtime() {
         allowed = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameter) == 0;
     }).join();
     return allowed;
-}
-
-bool drop_privileges() {
-    constexpr uid_t nobody = 65534;
-    return getuid() != 0 || setresuid(nobody, nobody, nobody) == 0;
-}
-
-int in_child(const std::function<int()>& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(body());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 std::chrono::nanoseconds time_of(const std::function<void()>& call) {

@@ -8,6 +8,8 @@
 #include <functional>
 #include <thread>
 
+#include "tests/support/process.h"
+
 namespace test {
 
 using Clock = std::chrono::steady_clock;
@@ -48,12 +50,6 @@ constexpr bool sanitized() {
 
 // Whether threads of this process may have real-time scheduling.
 bool may_run_realtime();
-
-// Gives up all privileges of this process for good. Returns whether it could.
-bool drop_privileges();
-
-// The exit status of a child that runs `body` and ends with its result.
-int in_child(const std::function<int()>& body);
 
 // The time that `call` takes.
 std::chrono::nanoseconds time_of(const std::function<void()>& call);

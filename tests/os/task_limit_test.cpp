@@ -57,15 +57,4 @@ TEST(TaskLimit, IsRaisedByTheKernelForAnUnprivilegedProcess) {
     EXPECT_EQ(status, 0);
 }
 
-TEST(TaskLimit, OfZeroForbidsRealTimeToAnUnprivilegedProcess) {
-    EXPECT_EQ(test::in_child([] {
-                  const rlimit none{0, 0};
-                  if (setrlimit(RLIMIT_RTPRIO, &none) != 0 || !test::drop_privileges()) {
-                      return 2;
-                  }
-                  return pthread_set_param(1, PTHREAD_POLICY_FIFO) == -1 ? 0 : 1;
-              }),
-              0);
-}
-
 }  // namespace

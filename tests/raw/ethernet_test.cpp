@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 #include <thread>
 
@@ -173,14 +172,6 @@ TEST_F(RawEthernet, RefusesLengthsBeyondWhatWasReceived) {
     EXPECT_EQ(5, receive_next(instance, 31).result);
 }
 
-TEST_F(RawEthernet, RefusesFramesShorterThanTheHeader) {
-    const Bytes frame = controller_frame(0x90, {});
-    for (size_t length = 14; length < frame.size(); ++length) {
-        robot->send(Bytes(frame.begin(), frame.begin() + static_cast<long>(length)));
-        EXPECT_EQ(-102, receive_next(instance).result) << length;
-    }
-}
-
 TEST_F(RawEthernet, SeesItsOwnEtherTypeOnly) {
     for (const uint8_t low : {uint8_t{0x14}, uint8_t{0x16}}) {
         Bytes foreign = controller_frame(0x90, bytes("01"));
@@ -189,7 +180,7 @@ TEST_F(RawEthernet, SeesItsOwnEtherTypeOnly) {
     }
     robot->send(controller_frame(0x92, bytes("02")));
     EXPECT_EQ(0x92, receive_next(instance).code);
-    EXPECT_EQ(-101, receive(instance).result);
+    EXPECT_EQ(-101, receive(instance).result) << "without a wait";
 }
 
 // The system takes the tag off, so that the payload is where the position says.
@@ -202,14 +193,6 @@ TEST_F(RawEthernet, ReceivesAFrameThatWasTaggedOnTheLink) {
     EXPECT_EQ(2, received.result);
     EXPECT_EQ(26, received.advance);
     EXPECT_EQ("DE AD ", hex(Bytes(&received.buffer[26], &received.buffer[28])));
-}
-
-TEST_F(RawEthernet, DoesNotWaitForFrames) {
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(-101, receive(instance).result);
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
 TEST_F(RawEthernet, UnknownNamesStandForEveryInterface) {
@@ -263,19 +246,6 @@ TEST_F(RawEthernet, SendsAndReceivesAtOnce) {
         EXPECT_TRUE(destination == one || destination == two || destination == group)
             << hex(destination);
     }
-}
-
-TEST_F(RawEthernet, CapturesLeaveAFileOfTheLink) {
-    PacketCapture capture("robot0");
-    const Bytes frame = controller_frame(0x90, bytes("14 00 55 03"));
-    robot->send(frame);
-    capture.save("link.pcap");
-    const std::string file = read_file("link.pcap");
-    ASSERT_EQ(24 + 16 + frame.size(), file.size());
-    EXPECT_EQ("\x4D\x3C\xB2\xA1", file.substr(0, 4));
-    EXPECT_EQ(std::string("\x01\0\0\0", 4), file.substr(20, 4));
-    EXPECT_EQ(std::string("\x1E\0\0\0\x1E\0\0\0", 8), file.substr(32, 8));
-    EXPECT_EQ(std::string(frame.begin(), frame.end()), file.substr(40));
 }
 
 }  // namespace

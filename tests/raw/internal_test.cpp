@@ -35,12 +35,14 @@ bool forbid_bind() {
 }
 
 TEST_F(RawInternal, FailedBindingLeavesTheDescriptorOpen) {
-    EXPECT_TRUE(holds_in_child([] {
-        const size_t before = open_descriptors().size();
-        return forbid_bind() && socket_raw_create("host0", SOCKET_RAW_MODE_ETHERNET) == -1 &&
-               errno == EADDRNOTAVAIL && open_descriptors().size() == before + 1 &&
-               vexo::sockrawuse[0] == 0 && vexo::sockrawinst[0].interface_index == 0;
-    }));
+    EXPECT_EQ(0, in_child([] {
+                  const size_t before = open_descriptors().size();
+                  const bool left_open =
+                      forbid_bind() && socket_raw_create("host0", SOCKET_RAW_MODE_ETHERNET) == -1 &&
+                      errno == EADDRNOTAVAIL && open_descriptors().size() == before + 1 &&
+                      vexo::sockrawuse[0] == 0 && vexo::sockrawinst[0].interface_index == 0;
+                  return left_open ? 0 : 1;
+              }));
 }
 
 TEST_F(RawInternal, CountsFramesThatWereNotSentWhole) {

@@ -10,7 +10,6 @@ namespace {
 
 class RawIp : public RawLink {
 protected:
-    RawIp() : RawLink("lo") {}
     void SetUp() override {
         RawLink::SetUp();
         if (IsSkipped()) {

@@ -1,6 +1,5 @@
 #include "tests/raw/raw_link.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -64,16 +63,6 @@ Received receive_next(int instance, unsigned capacity) {
     return received;
 }
 
-bool holds_in_child(const std::function<bool()>& check) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(check() ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 void RawLink::SetUp() {
     if (const std::string reason = enter_network_namespace(); !reason.empty()) {
         GTEST_SKIP() << reason;
@@ -81,7 +70,6 @@ void RawLink::SetUp() {
     make_veth_pair("host0", "02:00:00:00:00:0a", "robot0", "02:00:00:00:00:0b");
     run_ip("address add 10.0.0.5/32 dev lo");
     run_ip("address add 10.0.0.9/32 dev lo");
-    capture_ = std::make_unique<PacketCapture>(captured_);
 }
 
 void RawLink::TearDown() {

@@ -10,7 +10,6 @@
 #include <string>
 
 #include "net/raw_socket.h"
-#include "tests/support/packet_capture.h"
 #include "tests/support/raw_port.h"
 
 namespace test {
@@ -34,24 +33,15 @@ Received receive(int instance, unsigned capacity = 1514);
 // Repeats until something other than -101 comes.
 Received receive_next(int instance, unsigned capacity = 1514);
 
-// Runs `check` in a child process, and tells whether it returned true there.
-bool holds_in_child(const std::function<bool()>& check);
-
 // A namespace of the test's own with the interfaces host0 (02:00:00:00:00:0A) and robot0
 // (02:00:00:00:00:0B) at the ends of a cable, and the addresses 10.0.0.5 and 10.0.0.9 on loopback.
 class RawLink : public ::testing::Test {
 protected:
-    // A failed test leaves the frames of the interface `captured`.
-    explicit RawLink(const char* captured = "host0") : captured_(captured) {}
     void SetUp() override;
     void TearDown() override;
 
     // An Ethernet-mode instance on host0.
     int open_ethernet();
-
-private:
-    const char* captured_;
-    std::unique_ptr<PacketCapture> capture_;
 };
 
 }  // namespace test

@@ -87,34 +87,6 @@ TEST(Fault, MakesRepliesLateWithoutHoldingUpOthers) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(295));
 }
 
-TEST(Fault, LosesRepliesAndCutsThemIntoPieces) {
-    Bench bench(small_options());
-    bench.simulator.inject(sim::parse_fault("lost"));
-    bench.io.send(test::bytes(versions));
-    EXPECT_TRUE(bench.io.read(std::chrono::milliseconds(50)).empty());
-    bench.simulator.inject(sim::parse_fault("cuts=1+7,pause=100"));
-    bench.io.send(test::bytes(versions));
-    EXPECT_EQ(test::hex(bench.io.read()), "10 ");
-    EXPECT_EQ(test::hex(bench.io.read()), "00 76 00 00 00 00 ");
-    EXPECT_EQ(test::hex(bench.io.read()), "03 00 03 31 2E 32 01 41 00 ");
-}
-
-TEST(Fault, EndsConnectionsBeforeWithinAndAfterReplies) {
-    const std::pair<const char*, size_t> cases[] = {
-        {"after=0", 0}, {"after=3", 3}, {"times=1", 16}};
-    for (const auto& [where, expected] : cases) {
-        for (const bool reset : {false, true}) {
-            Bench bench(small_options());
-            bench.simulator.inject(
-                sim::parse_fault(std::string(where) + (reset ? ",reset" : ",close")));
-            bench.io.send(test::bytes(versions));
-            EXPECT_EQ(bench.io.read_exactly(expected).size(), expected);
-            EXPECT_EQ(bench.io.end(), reset ? Peer::End::reset : Peer::End::closed) << where;
-            EXPECT_EQ(bench.control.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
-        }
-    }
-}
-
 TEST(Fault, CutsAndShortensAndLosesPackages) {
     Bench bench(small_options());
     bench.simulator.inject(sim::parse_fault("package,cuts=3,pause=1"));
@@ -135,18 +107,6 @@ TEST(Fault, HoldsPackagesBackAndThenSendsThemAll) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(test::hex(bench.stream.message()), package);
     }
-}
-
-TEST(Fault, OfTheWholeConnectionComesUnasked) {
-    Bench bench(small_options());
-    bench.io.ask(versions);
-    bench.control.ask("06 00 6D 01 02 00");
-    bench.simulator.disconnect(sim::Port::control, sim::Break::reset);
-    EXPECT_EQ(bench.control.end(), Peer::End::reset);
-    bench.simulator.disconnect(sim::Port::io);
-    EXPECT_EQ(bench.io.end(), Peer::End::closed);
-    Peer again(bench.address, sim::Port::io);
-    EXPECT_EQ(again.ask(versions), versions_reply);
 }
 
 TEST(FaultText, NamesTheItemItCannotRead) {

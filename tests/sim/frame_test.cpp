@@ -23,11 +23,8 @@ constexpr const char* reply_bytes =
 
 }  // namespace
 
-TEST(Frame, IsBuiltByteForByte) {
+TEST(Frame, IsBuiltByteForByteAndReadBack) {
     EXPECT_EQ(test::hex(sim::build_frame(reply)), reply_bytes);
-}
-
-TEST(Frame, IsReadBack) {
     const test::Bytes bytes = test::bytes(reply_bytes) + test::bytes("00 00 00");  // padding
     const auto frame = sim::read_frame(bytes);
     ASSERT_TRUE(frame);

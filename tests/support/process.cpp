@@ -1,7 +1,10 @@
 #include "tests/support/process.h"
 
 #include <dirent.h>
+#include <linux/capability.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -55,6 +58,22 @@ std::string own_loopback(int number) {
     const int third = 1 + pid % 250;
     return "127." + std::to_string(second) + "." + std::to_string(third) + "." +
            std::to_string(number);
+}
+
+int in_child(const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(body());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+bool drop_privileges() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[2]{};
+    return syscall(SYS_capset, &header, none) == 0;
 }
 
 std::string read_file(const std::string& path) {

@@ -23,6 +23,12 @@ std::set<int> open_descriptors();
 // each other; `number` (1 to 250) tells several addresses of one process apart.
 std::string own_loopback(int number = 1);
 
+// The exit status of a child that runs `body` and ends with its result.
+int in_child(const std::function<int()>& body);
+
+// Gives up all privileges of this process for good. Returns whether it could.
+bool drop_privileges();
+
 // The whole of a file; empty when there is none.
 std::string read_file(const std::string& path);
 
