@@ -1,14 +1,13 @@
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <future>
 
 #include "tests/exchange_socket/connection.h"
+#include "tests/support/caller.h"
 
 using namespace test;
 using std::chrono::milliseconds;
@@ -203,16 +202,15 @@ TEST(SocketReceive, WithoutALimitEndsWithDataAndWithAnOrderlyClose) {
         for (const int expected : {1, 0}) {
             char byte = 0;
             const Outcome outcome = outcome_of([&] {
-                auto received =
-                    std::async(std::launch::async, socket_recv, connection.fd, &byte, 1u, limit);
-                EXPECT_TRUE(wait_until_blocked_in({SYS_select, SYS_pselect6}));
-                EXPECT_EQ(received.wait_for(milliseconds(50)), std::future_status::timeout);
+                Caller receiver([&] { return socket_recv(connection.fd, &byte, 1, limit); });
+                EXPECT_TRUE(receiver.sleeps());
+                EXPECT_FALSE(wait_until([&] { return receiver.done(); }, milliseconds(50)));
                 if (expected == 1) {
                     send(connection.peer, "x", 1, 0);
                 } else {
                     socket_tcp_close(&connection.peer);
                 }
-                return received.get();
+                return receiver.result();
             });
             EXPECT_EQ(outcome.result, expected) << limit;
             EXPECT_EQ(byte, expected == 1 ? 'x' : 0);

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "tests/sim/peer.h"
-#include "tests/support/process.h"
 
 namespace {
 
