@@ -9,6 +9,7 @@
 
 #include "os/os.h"
 #include "tests/os/support.h"
+#include "tests/support/allocations.h"
 
 namespace {
 
@@ -260,6 +261,25 @@ TEST(Queue, RefusesPutsWhileItIsClosed) {
     EXPECT_EQ(queue_flush_put(queue.get(), nullptr, element(4)), -4);
     EXPECT_EQ(queue_empty(queue.get()), 1) << "flushed before the put was refused";
     EXPECT_EQ(queue_flush_complete_put(queue.get(), nullptr, element(4)), -4);
+}
+
+TEST(Queue, ReportsThatThereIsNoMemory) {
+    if (test::sanitized()) {
+        GTEST_SKIP() << "the sanitizer has an allocator of its own";
+    }
+    for (int part = 1; part <= 4; ++part) {
+        test::fail_allocation(part);
+        EXPECT_EQ(queue_create(), nullptr) << part;
+    }
+    const OwnedQueue queue(queue_create());
+    test::fail_allocation(1);
+    EXPECT_EQ(queue_put(queue.get(), element(1)), -3);
+    put_all(queue.get(), {2});
+    EXPECT_EQ(take_all(queue.get()), Numbers{2});
+    test::fail_allocation(1);
+    EXPECT_EQ(pthread_request_queue(), -3);
+    EXPECT_EQ(pthread_request_queue(), 0) << "the row is free again";
+    EXPECT_EQ(pthread_free_queue(0), 0);
 }
 
 TEST(Queue, AnswersATimedGetAtOnce) {

@@ -7,7 +7,7 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -82,11 +82,21 @@ int thread_count() {
 
 using Request = int32_t (*)(uint32_t period_us, Calls& calls, uint32_t one_shot);
 
-// Timers that wait for their start: by signal and by a thread of their own.
-class StartedTimer : public testing::TestWithParam<Request> {
+// Timers that wait for their start, by what calls.
+struct Kind {
+    const char* name;
+    Request request;
+    bool realtime;
+};
+
+void PrintTo(const Kind& kind, std::ostream* out) {
+    *out << kind.name;
+}
+
+class StartedTimer : public testing::TestWithParam<Kind> {
 protected:
     void SetUp() override {
-        if (GetParam() != request_signal_timer && !test::may_run_realtime()) {
+        if (GetParam().realtime && !test::may_run_realtime()) {
             GTEST_SKIP() << "no right to real-time scheduling";
         }
     }
@@ -106,13 +116,12 @@ protected:
 class RealTimeTiming : public RealTimeTimer {};
 
 INSTANTIATE_TEST_SUITE_P(By, StartedTimer,
-                         testing::Values(request_signal_timer, request_own_thread),
-                         [](const auto& request) {
-                             return request.param == request_signal_timer ? "Signal" : "OwnThread";
-                         });
+                         testing::Values(Kind{"Signal", request_signal_timer, false},
+                                         Kind{"OwnThread", request_own_thread, true}),
+                         [](const auto& kind) { return kind.param.name; });
 
 TEST_P(StartedTimer, CallsFromItsStartToItsStop) {
-    const int32_t timer = GetParam()(2000, calls_, 0);
+    const int32_t timer = GetParam().request(2000, calls_, 0);
     ASSERT_EQ(timer, 0);
     EXPECT_TRUE(calls_.stands_still()) << "not armed by the request";
     for (int round = 0; round < 2; ++round) {
@@ -126,7 +135,7 @@ TEST_P(StartedTimer, CallsFromItsStartToItsStop) {
 }
 
 TEST_P(StartedTimer, CallsOncePerStartIfAskedTo) {
-    const int32_t timer = GetParam()(20'000, calls_, 256);
+    const int32_t timer = GetParam().request(20'000, calls_, 256);
     for (int start = 1; start <= 2; ++start) {
         const auto begin = Clock::now();
         EXPECT_EQ(pthread_start_timer(timer), 0);

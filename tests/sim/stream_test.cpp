@@ -95,6 +95,19 @@ TEST(Stream, PausesAndStartsAnew) {
     EXPECT_EQ(next(bench.stream).counter, 1U);
 }
 
+TEST(Stream, EndsWithTheSession) {
+    Bench bench;
+    {
+        Peer io(bench.address, sim::Port::io);
+        // The session is now that of the newer connection.
+        ASSERT_EQ(io.ask("0D 00 4F 00 00 00 00 01 00 " + test::word(output_id("error_code"))),
+                  "08 00 4F 00 00 00 00 01 ");
+        io.ask("03 00 53");
+        ASSERT_TRUE(bench.simulator.wait_for_packages(1));
+    }
+    EXPECT_TRUE(test::wait_until([&] { return !bench.simulator.streaming(); }));
+}
+
 TEST(Stream, DropsPackagesOfAClientThatDoesNotRead) {
     Bench bench;
     std::string ids;

@@ -10,6 +10,7 @@
 namespace {
 
 constinit thread_local uint64_t of_this_thread = 0;
+constinit thread_local int until_failure = 0;
 constinit std::atomic<uint64_t> of_all_threads = 0;
 constinit std::atomic<int64_t> live = 0;
 
@@ -67,7 +68,7 @@ void* counted(void* block) {
 extern "C" {
 
 void* malloc(size_t size) {
-    return counted(__libc_malloc(size));
+    return until_failure > 0 && --until_failure == 0 ? nullptr : counted(__libc_malloc(size));
 }
 
 void* calloc(size_t count, size_t size) {
@@ -102,6 +103,10 @@ void free(void* block) {
 #endif
 
 namespace test {
+
+void fail_allocation(int nth) {
+    until_failure = nth;
+}
 
 uint64_t allocations() {
     return of_this_thread;

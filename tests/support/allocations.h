@@ -16,6 +16,10 @@ uint64_t allocations_of_all_threads();
 // Bytes that all threads together have allocated and not released.
 int64_t live_bytes();
 
+// Makes the calling thread's allocation number `nth` from now fail. Not with a sanitizer's
+// allocator.
+void fail_allocation(int nth);
+
 }  // namespace test
 
 #endif
