@@ -50,6 +50,16 @@ TEST(Connection, KeepsWhicheverHandleIsNotTheLastInTheRegistry) {
     EXPECT_EQ(vexo_output_start(first, 0), -1) << "but its memory is gone";
 }
 
+TEST(Connection, NeedsAHandleAndAnAddress) {
+    OutputCapture output;
+    uint32_t handle = 0;
+    EXPECT_EQ(vexo_create_handle(&handle, nullptr), 0);
+    EXPECT_EQ(vexo_create(handle + 5000, "127.0.0.1", nullptr, 2, nullptr), -1);
+    EXPECT_EQ(output.text(), "vexo_create---VexoHandle not found\n");
+    EXPECT_EQ(vexo_create(handle, nullptr, nullptr, 2, nullptr), -1);
+    EXPECT_THAT(output.text(), HasSubstr("\nInvalid address  - "));
+}
+
 TEST(Connection, StopsBeforeThePortsWhenTheRawEndpointFails) {
     Session session;
     OutputCapture output;

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "tests/client/client_fixture.h"
+#include "tests/support/allocations.h"
 
 using namespace test;
 using ::testing::HasSubstr;
@@ -166,3 +167,15 @@ TEST(MultiFind, LetsEachLookupReportAnUnknownHandle) {
               "find_method_index---VexoDatespace is NULL\n"
               "find_method_index---VexoDatespace is NULL\n");
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(MultiFind, ReportsThatThereIsNoMemory) {
+    const uint32_t handle = new_handle();
+    OutputCapture output;
+    int32_t result = 77;
+    fail_allocation(1);
+    EXPECT_EQ(multi_find(handle, "a", VEXO_FIND_OUTPUT, &result), -1);
+    EXPECT_EQ(result, 77);
+    EXPECT_EQ(output.text(), "malloc failed\n");
+}
+#endif

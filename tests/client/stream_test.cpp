@@ -1,6 +1,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstring>
 
 #include "tests/client/client_fixture.h"
@@ -251,6 +252,21 @@ TEST(ReceiveThread, CostsNextToNothingWhenNothingStreamsOrThePeerIsGone) {
     closed.receive.expect({}, {}, ScriptedPeer::After::close);
     ASSERT_TRUE(closed.receive.done());
     EXPECT_LT(busy(), kMostOfACore) << "one is paused and one has lost its peer";
+    join_receive_thread();
+}
+
+TEST(ReceiveThread, GoesOnAfterSignals) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    StreamSession s;
+    s.start();
+    for (uint8_t i = 1; i <= 20; ++i) {
+        std::this_thread::sleep_for(milliseconds(1));  // in which it begins to wait
+        EXPECT_EQ(pthread_kill(th_receive, SIGUSR1), 0);
+        s.stream(package(40, i));
+        ASSERT_TRUE(s.shows(package(40, i)));
+    }
     join_receive_thread();
 }
 

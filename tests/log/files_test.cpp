@@ -46,11 +46,13 @@ TEST(LogFile, IsNamedAfterTheAddress) {
         const uint32_t handle = make_handle(c.address);
         log_init();
         log_write(handle, "some_call", "moved 5% of %s");
+        log_write(handle, "f", "the next");
         log_cleanup();
         EXPECT_THAT(files_here(), ElementsAre(c.file));
         EXPECT_THAT(
             lines_after(banner_of(c.key), read_file(c.file)),
-            ElementsAre("Function:some_call Handle:" + std::to_string(handle) + " moved 5% of %s"));
+            ElementsAre("Function:some_call Handle:" + std::to_string(handle) + " moved 5% of %s",
+                        "Function:f Handle:" + std::to_string(handle) + " the next"));
         std::filesystem::remove(c.file);
     }
 }

@@ -42,7 +42,7 @@ TEST(TaskLimit, IsRaisedByTheKernelForAnUnprivilegedProcess) {
     constexpr int refused_setup = 99;
     const int status = test::in_child([] {
         const rlimit limit{0, 99};
-        if (setrlimit(RLIMIT_RTPRIO, &limit) != 0 || !test::drop_privileges()) {
+        if (setrlimit(RLIMIT_RTPRIO, &limit) != 0 || !test::give_up_privileges()) {
             return refused_setup;
         }
         rlimit after{};

@@ -416,7 +416,7 @@ TEST_F(RealTimeTimer, LeavesNeitherRowNorThreadWhenItIsRefused) {
 TEST_F(RealTimeTimer, LeavesNoRowWithoutTheRightToRealTime) {
     EXPECT_EQ(test::in_child([] {
                   const rlimit none{0, 0};
-                  if (setrlimit(RLIMIT_RTPRIO, &none) != 0 || !test::drop_privileges()) {
+                  if (setrlimit(RLIMIT_RTPRIO, &none) != 0 || !test::give_up_privileges()) {
                       return 2;
                   }
                   Calls calls;

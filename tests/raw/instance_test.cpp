@@ -55,7 +55,7 @@ TEST_F(RawInstances, OfOtherModesAreNotMade) {
 
 TEST_F(RawInstances, NeedPrivileges) {
     EXPECT_EQ(0, in_child([] {
-                  const bool refused = drop_privileges() &&
+                  const bool refused = give_up_privileges() &&
                                        socket_raw_create("host0", SOCKET_RAW_MODE_ETHERNET) == -1 &&
                                        errno == EPERM &&
                                        socket_raw_create("host0", SOCKET_RAW_MODE_IP) == -1 &&

@@ -58,6 +58,10 @@ void __libc_free(void* block);
 
 namespace {
 
+bool fails() {
+    return until_failure > 0 && --until_failure == 0;
+}
+
 void* counted(void* block) {
     allocated(malloc_usable_size(block));
     return block;
@@ -68,11 +72,11 @@ void* counted(void* block) {
 extern "C" {
 
 void* malloc(size_t size) {
-    return until_failure > 0 && --until_failure == 0 ? nullptr : counted(__libc_malloc(size));
+    return fails() ? nullptr : counted(__libc_malloc(size));
 }
 
 void* calloc(size_t count, size_t size) {
-    return counted(__libc_calloc(count, size));
+    return fails() ? nullptr : counted(__libc_calloc(count, size));
 }
 
 void* realloc(void* block, size_t size) {

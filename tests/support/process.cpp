@@ -70,7 +70,7 @@ int in_child(const std::function<int()>& body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-bool drop_privileges() {
+bool give_up_privileges() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     const __user_cap_data_struct none[2]{};
     return syscall(SYS_capset, &header, none) == 0;

@@ -27,7 +27,7 @@ std::string own_loopback(int number = 1);
 int in_child(const std::function<int()>& body);
 
 // Gives up all privileges of this process for good. Returns whether it could.
-bool drop_privileges();
+bool give_up_privileges();
 
 // The whole of a file; empty when there is none.
 std::string read_file(const std::string& path);
