@@ -117,6 +117,17 @@ TEST(Servo, TakesALateAcknowledgementForNoError) {
     EXPECT_EQ(output.text(), "cvexo_servoj recv error: -2\n");
 }
 
+TEST(Servo, TakesAClosedConnectionForALostAcknowledgement) {
+    ServoSession s(2);
+    OutputCapture output;
+    s.control.expect({}, {}, ScriptedPeer::After::close);
+    ASSERT_TRUE(s.control.done());
+    s.servo(0, nullptr, 1);
+    EXPECT_THAT(output.text(), HasSubstr("cvexo_servoj recv error: "));
+    EXPECT_EQ(s.servo(0, nullptr, 1), 302) << "then the set-point itself cannot be sent";
+    EXPECT_EQ(s.member(kServoCounterOffset), 2U) << "the number is used all the same";
+}
+
 TEST(Servo, NeedsARawEndpointForAnyOtherVersion) {
     for (const uint32_t version : {0U, 3U, 0x10003U, 0x30003U}) {
         ServoSession s(version);
