@@ -1,5 +1,10 @@
 #include "log/log_files.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace vexo {
@@ -8,7 +13,18 @@ namespace {
 
 constexpr size_t kNameSize = 128;
 
-FILE* open_truncated(const char* key) {
+// Teardown closes descriptor 0 in place of a connection that was never opened. No log file may have
+// it.
+int above_standard_streams(int file) {
+    if (file < 0 || file > STDERR_FILENO) {
+        return file;
+    }
+    const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(file);
+    return moved;
+}
+
+int open_truncated(const char* key) {
     char name[kNameSize];
     std::snprintf(name, sizeof name, "vexo_%s.log", key);
     for (char* c = name; *c != '\0'; ++c) {
@@ -16,12 +32,27 @@ FILE* open_truncated(const char* key) {
             *c = '_';
         }
     }
-    return std::fopen(name, "we");
+    return above_standard_streams(open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
-void write_banner(FILE* stream, const char* key, const char* suffix) {
-    std::fprintf(stream, "\n\n===== VEXO LOG (%s%s) =====\n\n", key, suffix);
-    std::fflush(stream);
+void write_text(int file, const char* text) {
+    size_t left = std::strlen(text);
+    while (left > 0) {
+        const ssize_t written = write(file, text, left);
+        if (written < 0 && errno != EINTR) {
+            return;
+        }
+        if (written > 0) {
+            text += written;
+            left -= static_cast<size_t>(written);
+        }
+    }
+}
+
+void write_banner(int file, const char* key, const char* suffix) {
+    char banner[kNameSize];
+    std::snprintf(banner, sizeof banner, "\n\n===== VEXO LOG (%s%s) =====\n\n", key, suffix);
+    write_text(file, banner);
 }
 
 }  // namespace
@@ -29,29 +60,27 @@ void write_banner(FILE* stream, const char* key, const char* suffix) {
 void LogFiles::write(const char* key, const char* line) {
     Row* row = find(key);
     if (row == nullptr) {
-        row = open(key);
+        row = add(key);
     }
-    if (row == nullptr || row->stream == nullptr) {
+    if (row == nullptr || row->file < 0) {
         return;
     }
     if (row->lines >= kLinesPerFile) {
         reset(*row);
-        if (row->stream == nullptr) {
+        if (row->file < 0) {
             return;
         }
     }
-    // Unlocked: no other thread knows the stream.
-    fputs_unlocked(line, row->stream);
-    fflush_unlocked(row->stream);
+    write_text(row->file, line);
     ++row->lines;
 }
 
 void LogFiles::close_all() {
-    for (Row& row : rows_) {
-        if (row.stream != nullptr) {
-            std::fclose(row.stream);
+    for (int i = 0; i < count_; ++i) {
+        if (rows_[i].file >= 0) {
+            close(rows_[i].file);
         }
-        row = {};
+        rows_[i] = {};
     }
     count_ = 0;
 }
@@ -65,26 +94,26 @@ LogFiles::Row* LogFiles::find(const char* key) {
     return nullptr;
 }
 
-LogFiles::Row* LogFiles::open(const char* key) {
+LogFiles::Row* LogFiles::add(const char* key) {
     if (count_ == kRows) {
         return nullptr;
     }
-    FILE* stream = open_truncated(key);
-    if (stream == nullptr) {
+    const int file = open_truncated(key);
+    if (file < 0) {
         return nullptr;
     }
-    write_banner(stream, key, "");
+    write_banner(file, key, "");
     Row& row = rows_[count_++];
     std::strncpy(row.key, key, sizeof row.key - 1);
-    row.stream = stream;
+    row.file = file;
     return &row;
 }
 
 void LogFiles::reset(Row& row) {
-    std::fclose(row.stream);
-    row.stream = open_truncated(row.key);
-    if (row.stream != nullptr) {
-        write_banner(row.stream, row.key, " RESET");
+    close(row.file);
+    row.file = open_truncated(row.key);
+    if (row.file >= 0) {
+        write_banner(row.file, row.key, " RESET");
         row.lines = 0;
     }
 }

@@ -1,8 +1,8 @@
-// The files of the log, one per key. Used by the writer thread alone.
+// The files of the log, one per key. Used by the writer thread alone. A line goes to its file in
+// one write: a stream of the C library would only be emptied each time, and an application that
+// flushes or forks would reach it.
 #ifndef LOG_LOG_FILES_H
 #define LOG_LOG_FILES_H
-
-#include <cstdio>
 
 #include "log/log_key.h"
 
@@ -10,7 +10,7 @@ namespace vexo {
 
 class LogFiles {
 public:
-    // Appends a line to the file of `key` and flushes it. The line is lost when the file cannot be
+    // Appends a line to the file of `key`. The line is lost when the file cannot be
     // opened or all rows are taken by other keys.
     void write(const char* key, const char* line);
     // Closes all files and forgets their keys, so that the next line of a key truncates its file.
@@ -22,12 +22,12 @@ private:
 
     struct Row {
         char key[kLogKeySize];
-        FILE* stream;  // null after a failed reset: the key's later lines are lost
-        int lines;     // since the file was opened or reset
+        int file;   // -1 after a failed reset: the key's later lines are lost
+        int lines;  // since the file was opened or reset
     };
 
     Row* find(const char* key);
-    Row* open(const char* key);
+    Row* add(const char* key);
     static void reset(Row& row);
 
     Row rows_[kRows] = {};

@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include "log/mutex_lock.h"
 #include "os/deadline.h"
 
 namespace vexo {
@@ -20,17 +21,6 @@ inline int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadlin
     return deadline ? pthread_cond_timedwait(&condition, &mutex, &*deadline)
                     : pthread_cond_wait(&condition, &mutex);
 }
-
-class MutexLock {
-public:
-    explicit MutexLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    ~MutexLock() { pthread_mutex_unlock(&mutex_); }
-    MutexLock(const MutexLock&) = delete;
-    MutexLock& operator=(const MutexLock&) = delete;
-
-private:
-    pthread_mutex_t& mutex_;
-};
 
 }  // namespace vexo
 

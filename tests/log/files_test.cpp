@@ -1,5 +1,6 @@
 // Which file a line goes to, and what becomes of the files.
 #include <fcntl.h>
+#include <unistd.h>
 #include <gmock/gmock.h>
 
 #include "tests/log/log_files.h"
@@ -119,7 +120,8 @@ TEST(LogFile, ThatCannotBeOpenedIsTriedAgainWithTheNextLine) {
     EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 kept"));
 }
 
-TEST(LogFile, IsNotInheritedByPrograms) {
+TEST(LogFile, IsNeitherInheritedByProgramsNorAStandardStream) {
+    close(STDIN_FILENO);
     log_init();
     const std::set<int> before = open_descriptors();
     log_write(0, "f", "x");
@@ -129,6 +131,7 @@ TEST(LogFile, IsNotInheritedByPrograms) {
         if (!before.contains(fd)) {
             ++found;
             EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+            EXPECT_GT(fd, STDERR_FILENO);
         }
     }
     EXPECT_EQ(found, 1);
