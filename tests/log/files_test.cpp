@@ -1,7 +1,7 @@
 // Which file a line goes to, and what becomes of the files.
 #include <fcntl.h>
-#include <unistd.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include "tests/log/log_files.h"
 
