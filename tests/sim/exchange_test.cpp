@@ -1,76 +1,79 @@
-// Requests on the IO port: versions, recipes, inputs, and what is refused.
+// Requests that a simulator refuses or does not understand.
 #include <gtest/gtest.h>
 
-#include <system_error>
+#include <cmath>
 
+#include "sim/frame.h"
 #include "tests/sim/peer.h"
+#include "tests/support/network_namespace.h"
 #include "tests/support/process.h"
+#include "tests/support/raw_port.h"
 
 namespace {
 
 using test::Bench;
+using test::Bytes;
+using test::number;
+using test::operator+;
 using test::Peer;
 using test::word;
 
-// An input, an output that the arm does not know, and the method for set-points.
-sim::Options small_options() {
-    sim::Options options;
-    options.catalogue.outputs = {{"strange", 0x01020304, sim::Type::vector3_f32}};
-    options.catalogue.inputs = {{"speed", 0x22, sim::Type::f64}, {"step", 0x33, sim::Type::u16}};
-    options.catalogue.methods = {{"go", 0x0201}, {"servoJ", 0x0301}, {"resetError", 0x0401}};
-    return options;
-}
+constexpr const char* go = "06 00 6D 01 02 00";
+constexpr const char* gone = "07 00 6D 00 00 00 00 ";
 
 }  // namespace
 
-TEST(Exchange, NegotiatesAndTellsItsVersions) {
-    sim::Options options;
-    options.versions = {3, "1.2", "A", ""};
-    Bench bench(options);
-    EXPECT_EQ(bench.io.ask("0B 00 56 01 00 00 00 00 00 00 00"), "07 00 56 00 00 00 00 ");
-    EXPECT_EQ(bench.io.ask("0B 00 56 02 00 00 00 00 00 00 00"), "07 00 56 00 00 00 00 ");
-    EXPECT_EQ(bench.io.ask("11 00 56 03 00 01 00 00 00 00 00 02 00 00 00 00 01"),
-              "07 00 56 08 00 00 00 ")
-        << "no raw path without an interface";
-    EXPECT_EQ(bench.io.ask("03 00 76"), "10 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 ");
-}
-
 TEST(Exchange, RefusesNonsenseAndGoesOn) {
-    Bench bench(small_options());
+    Bench bench(test::small_controller());
+    bench.io.ask("0B 00 56 02 00 00 00 00 00 00 00");
+    const std::string servo = "6D 01 03 05 0B " + number(0.008) + "04 " + word(1) + "02 00 ";
     struct Case {
         const char* what;
         Peer& peer;
-        const char* request;
-        const char* reply;
+        std::string request;
+        sim::Status status;
     };
+    using enum sim::Status;
     const Case cases[] = {
-        {"short V", bench.io, "0A 00 56 01 00 00 00 00 00 00", "07 00 56 01 00 00 00 "},
-        {"raw V without address", bench.io, "0B 00 56 03 00 01 00 00 00 00 00",
-         "07 00 56 01 00 00 00 "},
-        {"long R", bench.io, "08 00 52 00 00 00 00 00", "07 00 52 01 00 00 00 "},
-        {"S with payload", bench.io, "04 00 53 00", "07 00 53 01 00 00 00 "},
-        {"S without recipe", bench.io, "03 00 53", "07 00 53 06 00 00 00 "},
-        {"unknown letter", bench.io, "03 00 7A", "07 00 7A 02 00 00 00 "},
-        {"page on the control port", bench.control, "07 00 52 00 00 00 00",
-         "07 00 52 02 00 00 00 "},
-        {"O with too few ids", bench.io, "0D 00 4F 00 00 00 00 02 00 04 03 02 01",
-         "07 00 4F 01 00 00 00 "},
+        {"short V", bench.io, "0A 00 56 01 00 00 00 00 00 00", malformed},
+        {"raw V without address", bench.io, "0B 00 56 03 00 01 00 00 00 00 00", malformed},
+        {"raw V without interface", bench.io, "11 00 56 03 00 01 00 00 00 00 00 02 00 00 00 00 01",
+         no_raw_path},
+        {"long R", bench.io, "08 00 52 00 00 00 00 00", malformed},
+        {"S with payload", bench.io, "04 00 53 00", malformed},
+        {"S without recipe", bench.io, "03 00 53", no_recipe},
+        {"unknown letter", bench.io, "03 00 7A", unknown_type},
+        {"page on the control port", bench.control, "07 00 52 00 00 00 00", unknown_type},
+        {"O with too few ids", bench.io, "0D 00 4F 00 00 00 00 02 00 04 03 02 01", malformed},
         {"O with an unknown id", bench.io, "0D 00 4F 00 00 00 00 01 00 05 03 02 01",
-         "07 00 4F 03 00 00 00 "},
-        {"I with an output", bench.io, "09 00 49 01 00 04 03 02 01", "07 00 49 03 00 00 00 "},
-        {"unknown method", bench.io, "06 00 6D 02 02 00", "07 00 6D 04 00 00 00 "},
-        {"arguments cut off", bench.io, "08 00 6D 01 02 01 0B 00", "07 00 6D 01 00 00 00 "},
-        {"argument of no type", bench.io, "08 00 6D 01 02 01 63 00", "07 00 6D 01 00 00 00 "},
-        {"more than its arguments", bench.io, "07 00 6D 01 02 00 00", "07 00 6D 01 00 00 00 "},
-        {"argument too many", bench.io, "08 00 6D 01 04 01 02 00", "07 00 6D 05 00 00 00 "},
-        {"IO method on the control port", bench.control, "06 00 6D 01 04 00",
-         "07 00 6D 0A 00 00 00 "}};
+         unknown_variable},
+        {"I with an output", bench.io, "09 00 49 01 00 04 03 02 01", unknown_variable},
+        {"unknown method", bench.io, "06 00 6D 02 02 00", unknown_method},
+        {"arguments cut off", bench.io, "08 00 6D 01 02 01 0B 00", malformed},
+        {"argument of no type", bench.io, "08 00 6D 01 02 01 63 00", malformed},
+        {"more than its arguments", bench.io, "07 00 6D 01 02 00 00", malformed},
+        {"argument too many", bench.io, "08 00 6D 01 04 01 02 00", bad_argument},
+        {"IO method on the control port", bench.control, "06 00 6D 01 04 00", wrong_port},
+        {"speed above 100", bench.io, "0F 00 6D 01 05 01 0B " + number(100.5), bad_argument},
+        {"speed of no number", bench.io, "0F 00 6D 01 05 01 0B " + number(std::nan("")),
+         bad_argument},
+        {"fifth tool output", bench.io, "0A 00 6D 01 06 02 02 04 01 01", bad_argument},
+        {"output neither on nor off", bench.io, "0A 00 6D 01 06 02 02 00 01 02", bad_argument},
+        {"set-point on the IO port", bench.io, "22 00 " + servo + "13 01 00 0B " + number(0),
+         wrong_port},
+        {"infinite joint", bench.control, "22 00 " + servo + "13 01 01 0B " + number(INFINITY),
+         bad_argument},
+        {"set-point of version 1", bench.control, "21 00 " + servo + "02 01 0B " + number(0),
+         bad_argument}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        EXPECT_EQ(c.peer.ask(c.request), c.reply);
-        EXPECT_EQ(c.peer.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
+        const uint8_t letter = test::bytes(c.request)[2];
+        EXPECT_EQ(c.peer.ask(c.request),
+                  test::hex({7, 0, letter, static_cast<uint8_t>(c.status), 0, 0, 0}));
+        EXPECT_EQ(c.peer.ask(go), gone);
     }
     EXPECT_EQ(bench.simulator.counters().refused, std::size(cases));
+    EXPECT_TRUE(bench.simulator.set_points().empty());
 }
 
 TEST(Exchange, EndsTheConnectionWhenItLosesStep) {
@@ -80,46 +83,22 @@ TEST(Exchange, EndsTheConnectionWhenItLosesStep) {
 }
 
 TEST(Exchange, TakesMessagesHoweverTheyAreCut) {
-    Bench bench(small_options());
-    bench.io.send(test::bytes("06 00 6D 01 02 00 06 00 6D"));
-    EXPECT_EQ(test::hex(bench.io.message()), "07 00 6D 00 00 00 00 ");
-    bench.io.send(test::bytes("02 02 00"));
-    EXPECT_EQ(test::hex(bench.io.message()), "07 00 6D 04 00 00 00 ");
-    const std::vector<test::Bytes> expected{test::bytes("06 00 6D 01 02 00"),
-                                            test::bytes("06 00 6D 02 02 00")};
-    EXPECT_EQ(bench.simulator.requests(sim::Port::io), expected);
-}
-
-TEST(Exchange, HoldsInputsAndEchoesThemInPackages) {
-    sim::Options options = small_options();
-    options.rate = 200;
-    Bench bench(options);
-    EXPECT_EQ(bench.io.ask("0D 00 49 02 00 " + word(0x33) + word(0x22)),
-              "08 00 49 00 00 00 00 01 ");
-    EXPECT_EQ(bench.io.ask("11 00 4F 00 00 00 00 02 00 " + word(0x01020304) + word(0x33)),
-              "08 00 4F 00 00 00 00 02 ");
-    bench.io.send(test::bytes("0E 00 55 01 CD AB " + test::number(1.5)));
-    ASSERT_TRUE(bench.simulator.wait_for_inputs(1));
-    EXPECT_EQ(test::hex(bench.simulator.input("step")), "CD AB ");
-    EXPECT_EQ(test::hex(bench.simulator.input("speed")), test::number(1.5));
-    bench.io.ask("03 00 53");
-    EXPECT_EQ(test::hex(bench.stream.message()),
-              "12 00 55 02 04 03 02 01 04 03 02 01 04 03 02 01 CD AB ");
-    EXPECT_TRUE(bench.simulator.set_output("strange", test::bytes("09")));
-    EXPECT_TRUE(test::wait_until([&] {
-        return test::hex(bench.stream.message()) ==
-               "12 00 55 02 09 00 00 00 00 00 00 00 00 00 00 00 CD AB ";
-    }));
+    Bench bench(test::small_controller());
+    bench.io.send(test::bytes(go) + test::bytes("06 00 6D"));
+    EXPECT_EQ(test::hex(bench.io.message()), gone);
+    bench.io.send(test::bytes("01 02 00"));
+    EXPECT_EQ(test::hex(bench.io.message()), gone);
+    EXPECT_EQ(bench.simulator.requests(sim::Port::io), std::vector<Bytes>(2, test::bytes(go)));
 }
 
 TEST(Exchange, CountsUnfitInputsWithoutAnAnswer) {
-    Bench bench(small_options());
+    Bench bench(test::small_controller());
     bench.io.ask("09 00 49 01 00 " + word(0x33));
     bench.io.send(test::bytes("05 00 55 01 AA 06 00 55 02 AA BB"));
     ASSERT_TRUE(bench.simulator.wait_for_requests('U', 2));
     EXPECT_EQ(bench.simulator.counters().refused, 2U);
     EXPECT_EQ(bench.simulator.counters().inputs, 0U);
-    EXPECT_EQ(bench.io.ask("03 00 50"), "07 00 50 00 00 00 00 ");
+    EXPECT_EQ(bench.io.ask(go), gone);
 }
 
 TEST(Exchange, BeginsAnewWithEachConnection) {
@@ -130,29 +109,32 @@ TEST(Exchange, BeginsAnewWithEachConnection) {
     EXPECT_EQ(second.message().at(7), 10) << "the page size of clients that have not negotiated";
 }
 
-TEST(Simulator, SaysWhichPortIsTaken) {
-    Bench bench;
-    sim::Options options;
-    options.address = bench.address;
-    try {
-        sim::Simulator second(options);
-        FAIL();
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(error.code().value(), EADDRINUSE);
-        EXPECT_NE(std::string(error.what()).find(bench.address + ":2295"), std::string::npos);
+TEST(Exchange, TakesFramesOfItsClientOnly) {
+    if (const std::string reason = test::enter_network_namespace(); !reason.empty()) {
+        GTEST_SKIP() << reason;
     }
-}
-
-TEST(Simulator, StopsPromptlyAndLeavesNothingOpen) {
-    const auto before = test::open_descriptors();
-    {
-        Bench bench;
-        bench.io.ask("03 00 76");
-        const auto start = std::chrono::steady_clock::now();
-        bench.simulator.stop();
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-        EXPECT_EQ(bench.control.end(), Peer::End::closed);
-        EXPECT_EQ(bench.simulator.counters().requests, 1U);
+    test::make_veth_pair("client0", "02:00:00:00:00:0a", "controller0", "02:00:00:00:00:0b");
+    sim::Options options = test::small_controller();
+    options.interface = "controller0";
+    Bench bench(options);
+    const auto cable = test::Port::ethernet("client0");
+    EXPECT_EQ(bench.io.ask("11 00 56 03 00 01 00 00 00 00 00 02 00 00 00 00 0A"),
+              "0D 00 56 00 00 00 00 02 00 00 00 00 0B ");
+    bench.io.ask("09 00 49 01 00 " + word(0x33));
+    const auto send = [&](sim::FrameCode code, const char* fault) {
+        const sim::MacAddress client{2, 0, 0, 0, 0, 0x0A};
+        const sim::MacAddress controller{2, 0, 0, 0, 0, 0x0B};
+        const Bytes input = test::bytes("06 00 55 01 34 12");
+        cable->send(
+            sim::build_frame({controller, client, code, 0, input}, sim::parse_fault(fault)));
+    };
+    for (const char* fault : {"source=02:00:00:00:00:0c", "altered", "payload=200"}) {
+        send(sim::FrameCode::input, fault);
     }
-    EXPECT_EQ(test::open_descriptors(), before);
+    send(sim::FrameCode::command, "");
+    send(sim::FrameCode::input, "");
+    EXPECT_TRUE(bench.simulator.wait_for_inputs(1));
+    EXPECT_EQ(test::hex(bench.simulator.input("step")), "34 12 ");
+    EXPECT_EQ(bench.simulator.counters().inputs, 1U);
+    EXPECT_EQ(bench.simulator.counters().frames_rejected, 4U);
 }

@@ -10,8 +10,8 @@
 namespace {
 
 using test::Bench;
-using test::Peer;
 
+constexpr const char* package = "08 00 55 01 04 03 02 01 ";
 constexpr const char* versions = "03 00 76";
 constexpr const char* versions_reply = "10 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 ";
 
@@ -23,12 +23,6 @@ sim::Options small_options() {
     options.catalogue.methods = {{"go", 0x0201}, {"halt", 0x0202}};
     return options;
 }
-
-void start_streaming(Bench& bench) {
-    bench.io.ask("0D 00 4F 00 00 00 00 01 00 04 03 02 01");
-    bench.io.ask("03 00 53");
-}
-constexpr const char* package = "08 00 55 01 04 03 02 01 ";
 
 }  // namespace
 
@@ -51,14 +45,6 @@ TEST(Fault, ChangesWhatOneReplySays) {
     }
 }
 
-TEST(Fault, RefusedRequestsAreNotCarriedOut) {
-    Bench bench(small_options());
-    bench.simulator.inject(sim::parse_fault("type=S,status=77"));
-    bench.io.ask("0D 00 4F 00 00 00 00 01 00 04 03 02 01");
-    EXPECT_EQ(bench.io.ask("03 00 53"), "07 00 53 4D 00 00 00 ");
-    EXPECT_FALSE(bench.simulator.streaming());
-}
-
 TEST(Fault, HitsTheMethodItNamesAsOftenAsItSays) {
     Bench bench(small_options());
     bench.simulator.inject(sim::parse_fault("method=halt,status=8,skip=1,times=2"));
@@ -75,37 +61,20 @@ TEST(Fault, HitsTheMethodItNamesAsOftenAsItSays) {
     EXPECT_EQ(bench.io.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
 }
 
-TEST(Fault, MakesRepliesLateWithoutHoldingUpOthers) {
+TEST(Fault, CutsShortensLosesAndDelaysPackages) {
     Bench bench(small_options());
-    bench.simulator.inject(sim::parse_fault("type=v,delay=300"));
-    const auto start = std::chrono::steady_clock::now();
-    bench.io.send(test::bytes(versions));
-    EXPECT_EQ(bench.control.ask("06 00 6D 01 02 00"), "07 00 6D 00 00 00 00 ");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
-    EXPECT_EQ(test::hex(bench.io.message()), versions_reply);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(295));
-}
-
-TEST(Fault, CutsAndShortensAndLosesPackages) {
-    Bench bench(small_options());
-    bench.simulator.inject(sim::parse_fault("package,cuts=3,pause=1"));
-    bench.simulator.inject(sim::parse_fault("package,size=6"));
-    bench.simulator.inject(sim::parse_fault("package,lost,times=3"));
-    start_streaming(bench);
+    for (const char* fault : {"cuts=3,pause=1", "size=6", "lost,times=3", "delay=100"}) {
+        bench.simulator.inject(sim::parse_fault("package," + std::string(fault)));
+    }
+    bench.io.ask("0D 00 4F 00 00 00 00 01 00 04 03 02 01");
+    bench.io.ask("03 00 53");
     EXPECT_EQ(test::hex(bench.stream.message()), package);
     EXPECT_EQ(test::hex(bench.stream.message()), "06 00 55 01 04 03 ");
-    EXPECT_EQ(test::hex(bench.stream.message()), package);
-    EXPECT_EQ(bench.simulator.counters().packages_dropped, 3U);
-}
-
-TEST(Fault, HoldsPackagesBackAndThenSendsThemAll) {
-    Bench bench(small_options());
-    bench.simulator.inject(sim::parse_fault("package,delay=100"));
-    start_streaming(bench);
     EXPECT_TRUE(bench.stream.read(std::chrono::milliseconds(50)).empty());
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(test::hex(bench.stream.message()), package);
     }
+    EXPECT_EQ(bench.simulator.counters().packages_dropped, 3U);
 }
 
 TEST(FaultText, NamesTheItemItCannotRead) {

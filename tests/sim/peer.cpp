@@ -97,6 +97,21 @@ Bench::Bench(sim::Options options)
       control(address, sim::Port::control),
       stream(address, sim::Port::stream) {}
 
+sim::Options small_controller() {
+    sim::Options options;
+    options.rate = 200;
+    options.catalogue.outputs = {{"strange", 0x01020304, sim::Type::vector3_f32}};
+    options.catalogue.inputs = {{"speed", 0x22, sim::Type::f64}, {"step", 0x33, sim::Type::u16}};
+    options.catalogue.methods = {{"go", 0x0201},
+                                 {"servoJ", 0x0301},
+                                 {"servoStop", 0x0302},
+                                 {"resetError", 0x0401},
+                                 {"setPercentVelocity", 0x0501},
+                                 {"setToolDigitalOut", 0x0601},
+                                 {"getAllDigitalInputBits", 0x0701}};
+    return options;
+}
+
 std::string word(uint32_t n) {
     Bytes data(sizeof n);
     std::memcpy(data.data(), &n, sizeof n);

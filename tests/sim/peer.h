@@ -41,6 +41,9 @@ private:
     bool connected_;
 };
 
+// Options with a catalogue that is small enough to write requests by hand.
+sim::Options small_controller();
+
 // The three connections of a client to a simulator of its own.
 struct Bench {
     explicit Bench(sim::Options options = {});
