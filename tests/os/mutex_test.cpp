@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <vector>
 
 #include "os/os.h"
 #include "tests/os/support.h"
@@ -10,22 +9,6 @@
 namespace {
 
 using test::Caller;
-
-TEST(Mutex, ExcludesOtherThreads) {
-    const int32_t mutex = pthread_request_mutex();
-    int unguarded_sum = 0;
-    const auto add = [&] {
-        for (int i = 0; i < 20000; ++i) {
-            pthread_lock_mutex(mutex);
-            ++unguarded_sum;
-            pthread_unlock_mutex(mutex);
-        }
-        return 0;
-    };
-    { Caller a(add), b(add), c(add); }
-    EXPECT_EQ(unguarded_sum, 60000);
-    EXPECT_EQ(pthread_free_mutex(mutex), 0);
-}
 
 TEST(Mutex, IsBusyForOthersWhileHeld) {
     const int32_t mutex = pthread_request_mutex();

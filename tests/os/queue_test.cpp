@@ -203,42 +203,35 @@ TEST(Queue, GivesTheFirstElementThatAFilterAccepts) {
     EXPECT_EQ(take_all(queue.get()), (Numbers{6, 7}));
 }
 
-TEST(Queue, DropsOrReleasesWhatIsFlushed) {
+// With no function to release them, the allocator is meant.
+TEST(Queue, DropsOrReleasesItsElements) {
     released.clear();
-    const OwnedQueue queue(queue_create());
-    put_all(queue.get(), {1, 2});
-    EXPECT_EQ(queue_flush(queue.get()), 0);
-    EXPECT_EQ(queue_elements(queue.get()), 0);
-    put_all(queue.get(), {3, 4});
-    EXPECT_EQ(queue_flush_put(queue.get(), note_release, element(5)), 0);
+    Queue* queue = queue_create();
+    put_all(queue, {1, 2});
+    EXPECT_EQ(queue_flush(queue), 0);
+    put_all(queue, {3, 4});
+    EXPECT_EQ(queue_flush_put(queue, note_release, element(5)), 0);
     EXPECT_EQ(released, Numbers{});
-    EXPECT_EQ(queue_flush_complete_put(queue.get(), note_release, element(6)), 0);
+    EXPECT_EQ(queue_flush_complete_put(queue, note_release, element(6)), 0);
     EXPECT_EQ(released, Numbers{5});
-    put_all(queue.get(), {7});
-    EXPECT_EQ(queue_flush_complete(queue.get(), note_release), 0);
-    EXPECT_EQ(released, (Numbers{5, 6, 7}));
-    EXPECT_EQ(queue_empty(queue.get()), 1);
-    put_all(queue.get(), {8});
-    EXPECT_EQ(take_all(queue.get()), Numbers{8});
-}
+    EXPECT_EQ(queue_flush_complete(queue, note_release), 0);
+    EXPECT_EQ(released, (Numbers{5, 6}));
+    EXPECT_EQ(queue_empty(queue), 1);
+    put_all(queue, {7});
+    EXPECT_EQ(queue_destroy(queue), 0);
+    EXPECT_EQ(released, (Numbers{5, 6}));
 
-TEST(Queue, ReleasesElementsWithTheAllocatorByDefault) {
-    Queue* const queue = queue_create();
+    queue = queue_create_limited(3);
+    put_all(queue, {7, 8});
+    EXPECT_EQ(queue_destroy_complete(queue, note_release), 0);
+    EXPECT_EQ(released, (Numbers{5, 6, 7, 8}));
+
+    queue = queue_create();
     ASSERT_EQ(queue_put(queue, os_malloc(10)), 0);
     EXPECT_EQ(queue_flush_complete(queue, nullptr), 0);
     ASSERT_EQ(queue_put(queue, os_malloc(10)), 0);
     ASSERT_EQ(queue_flush_complete_put(queue, nullptr, os_malloc(10)), 0);
     EXPECT_EQ(queue_destroy_complete(queue, nullptr), 0);
-}
-
-TEST(Queue, LeavesOrReleasesItsElementsWhenItIsDestroyed) {
-    for (const bool complete : {false, true}) {
-        released.clear();
-        Queue* const queue = queue_create_limited(3);
-        put_all(queue, {1, 2, 3});
-        EXPECT_EQ(complete ? queue_destroy_complete(queue, note_release) : queue_destroy(queue), 0);
-        EXPECT_EQ(released, complete ? (Numbers{1, 2, 3}) : Numbers{});
-    }
 }
 
 TEST(Queue, RefusesPutsWhileItIsClosed) {

@@ -72,28 +72,4 @@ TEST(Semaphore, LetsAsManyPassAsItCountsAndThenOnePerSignal) {
     EXPECT_EQ(pthread_free_sem(semaphore), 0);
 }
 
-TEST(Semaphore, LosesNoSignalBetweenManyThreads) {
-    constexpr int rounds = 5000;
-    const int32_t semaphore = pthread_request_sem(0);
-    const auto signal = [&] {
-        for (int i = 0; i < rounds; ++i) {
-            pthread_sem_signal(semaphore);
-        }
-        return 0;
-    };
-    const auto take = [&] {
-        int taken = 0;
-        while (taken < rounds && pthread_sem_wait(semaphore, 10000, 0) == 0) {
-            ++taken;
-        }
-        return taken;
-    };
-    Caller a(take), b(take), c(signal), d(signal);
-    EXPECT_EQ(a.result() + b.result(), 2 * rounds);
-    c.result();
-    d.result();
-    EXPECT_EQ(empty_after(semaphore), ETIMEDOUT);
-    EXPECT_EQ(pthread_free_sem(semaphore), 0);
-}
-
 }  // namespace

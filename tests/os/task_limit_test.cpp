@@ -1,11 +1,9 @@
 // How an unprivileged process comes to a real-time priority: by raising its own soft limit.
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/resource.h>
 
 #include "os/os.h"
 #include "tests/os/pretended_limits.h"
-#include "tests/os/support.h"
 
 namespace {
 
@@ -36,25 +34,6 @@ TEST(TaskLimit, IsRaisedAsFarAsTheHardLimitAllows) {
         EXPECT_EQ(after.rlim_max, c.before.rlim_max);
         EXPECT_EQ(test::limit_changes, c.soft_after != c.before.rlim_cur ? 1 : 0);
     }
-}
-
-TEST(TaskLimit, IsRaisedByTheKernelForAnUnprivilegedProcess) {
-    constexpr int refused_setup = 99;
-    const int status = test::in_child([] {
-        const rlimit limit{0, 99};
-        if (setrlimit(RLIMIT_RTPRIO, &limit) != 0 || !test::give_up_privileges()) {
-            return refused_setup;
-        }
-        rlimit after{};
-        const bool raised = pthread_set_param(50, PTHREAD_POLICY_FIFO) == 0 &&
-                            getrlimit(RLIMIT_RTPRIO, &after) == 0 && after.rlim_cur == 50 &&
-                            after.rlim_max == 99 && sched_getscheduler(0) == SCHED_FIFO;
-        return raised ? 0 : 1;
-    });
-    if (status == refused_setup) {
-        GTEST_SKIP() << "the hard limit of real-time priorities can't be raised here";
-    }
-    EXPECT_EQ(status, 0);
 }
 
 }  // namespace

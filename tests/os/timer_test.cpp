@@ -75,11 +75,6 @@ int32_t request_simulated(uint32_t period_us, Calls& calls, uint32_t one_shot = 
     return pthread_request_timer(period_us, nullptr, note_call, &calls, 0, 0, one_shot);
 }
 
-int thread_count() {
-    const std::string status = test::read_file("/proc/self/status");
-    return std::stoi(status.substr(status.find("Threads:") + 8));
-}
-
 using Request = int32_t (*)(uint32_t period_us, Calls& calls, uint32_t one_shot);
 
 // Timers that wait for their start, by what calls.
@@ -208,46 +203,39 @@ TEST_F(RealTimeTimer, WorksWhateverMaskItsCreatorHas) {
 }
 
 TEST_F(RealTimeTimer, IsFreedTogetherWithItsThread) {
-    const int threads = thread_count();
+    const auto threads = test::thread_count();
     for (const bool started : {false, true}) {
         auto calls = std::make_unique<Calls>();
         const int32_t timer = request_own_thread(500, *calls);
-        EXPECT_EQ(thread_count(), threads + 1);
+        EXPECT_EQ(test::thread_count(), threads + 1);
         if (started) {
             EXPECT_EQ(pthread_start_timer(timer), 0);
             EXPECT_TRUE(calls->goes_on());
         }
         EXPECT_LT(test::time_of([=] { EXPECT_EQ(pthread_free_timer(timer), 0); }), 3s);
         calls.reset();  // a late call would touch freed memory
-        EXPECT_TRUE(wait_until([=] { return thread_count() == threads; }));
+        EXPECT_TRUE(wait_until([=] { return test::thread_count() == threads; }));
         EXPECT_EQ(pthread_start_timer(timer), -1);
     }
 }
 
+// Its slot, not its row, is what it calls with.
 TEST_F(RealTimeTimer, TicksFromItsRequestOnIfItIsSimulated) {
-    Calls calls;
-    const int32_t timer = request_simulated(1000, calls);
-    ASSERT_EQ(timer, 0);
-    EXPECT_TRUE(calls.goes_on());
-    EXPECT_EQ(calls.policy, SCHED_FIFO);
-    EXPECT_EQ(calls.priority, 51);
-    for (const auto without_effect : {pthread_stop_timer, pthread_start_timer}) {
-        EXPECT_EQ(without_effect(timer), 0);
-        EXPECT_TRUE(calls.goes_on(10));
-    }
-    EXPECT_EQ(pthread_free_timer(timer), 0);
-}
-
-TEST_F(RealTimeTimer, CallsWithItsSlotNotItsRowIfItIsSimulated) {
     Calls calls[2];
     EXPECT_EQ(request_signal_timer(1'000'000, calls[0]), 0);
     EXPECT_EQ(request_simulated(1000, calls[0]), 1);
     EXPECT_EQ(request_simulated(1000, calls[1]), 2);
-    EXPECT_TRUE(calls[0].goes_on());
-    EXPECT_TRUE(calls[1].goes_on());
-    EXPECT_EQ(calls[0].index, 0);
-    EXPECT_EQ(calls[1].index, 1);
+    for (const int slot : {0, 1}) {
+        EXPECT_TRUE(calls[slot].goes_on());
+        EXPECT_EQ(calls[slot].index, slot);
+        EXPECT_EQ(calls[slot].policy, SCHED_FIFO);
+        EXPECT_EQ(calls[slot].priority, 51);
+    }
     EXPECT_EQ(calls[0].thread, calls[1].thread);
+    for (const auto without_effect : {pthread_stop_timer, pthread_start_timer}) {
+        EXPECT_EQ(without_effect(1), 0);
+        EXPECT_TRUE(calls[0].goes_on(10));
+    }
     for (int32_t row = 0; row < 3; ++row) {
         EXPECT_EQ(pthread_free_timer(row), 0);
     }
@@ -275,7 +263,7 @@ TEST_F(RealTimeTimer, WaitsForARunningCallWhenItIsFreed) {
 
 // The timer's third call frees it; a new one may take its row at once.
 TEST_F(RealTimeTimer, MayBeFreedByItsOwnCall) {
-    const int threads = thread_count();
+    const auto threads = test::thread_count();
     for (const Request request : {request_own_thread, request_simulated}) {
         for (int round = 0; round < 3; ++round) {
             Calls calls;
@@ -294,7 +282,7 @@ TEST_F(RealTimeTimer, MayBeFreedByItsOwnCall) {
             EXPECT_TRUE(next.goes_on());
             EXPECT_EQ(pthread_free_timer(0), 0);
             EXPECT_EQ(calls.count, 3);
-            EXPECT_TRUE(wait_until([=] { return thread_count() <= threads + 1; }));
+            EXPECT_TRUE(wait_until([=] { return test::thread_count() <= threads + 1; }));
         }
     }
 }
@@ -396,19 +384,19 @@ TEST_F(RealTimeTimer, LeavesNeitherRowNorThreadWhenItIsRefused) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_SIGPENDING, &limit), 0);
     const rlimit none{0, limit.rlim_max};
-    const int threads = thread_count();
+    const auto threads = test::thread_count();
     Calls calls;
     EXPECT_EQ(pthread_request_timer(1000, nullptr, nullptr, nullptr, big_stack, priority, 0), -1);
     for (const int32_t wrong_priority : {0, -1, 100}) {
         EXPECT_EQ(pthread_request_timer(1000, nullptr, note_call, &calls, 16384, wrong_priority, 0),
                   -1);
     }
-    EXPECT_EQ(thread_count(), threads);
+    EXPECT_EQ(test::thread_count(), threads);
     ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &none), 0);
     EXPECT_EQ(request_signal_timer(1000, calls), -1);
     EXPECT_EQ(request_own_thread(1000, calls), -1);
     ASSERT_EQ(setrlimit(RLIMIT_SIGPENDING, &limit), 0);
-    EXPECT_TRUE(wait_until([=] { return thread_count() == threads; }));
+    EXPECT_TRUE(wait_until([=] { return test::thread_count() == threads; }));
     EXPECT_EQ(request_signal_timer(1000, calls), 0);
     EXPECT_EQ(pthread_free_timer(0), 0);
 }

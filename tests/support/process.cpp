@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -50,6 +51,11 @@ std::set<int> open_descriptors() {
     found.erase(dirfd(directory));
     closedir(directory);
     return found;
+}
+
+ptrdiff_t thread_count() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
 }
 
 std::string own_loopback(int number) {

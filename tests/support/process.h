@@ -3,6 +3,7 @@
 #define TESTS_SUPPORT_PROCESS_H
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <set>
 #include <string>
@@ -18,6 +19,9 @@ std::chrono::microseconds cpu_time();
 
 // The descriptors that this process has open.
 std::set<int> open_descriptors();
+
+// The threads of this process.
+ptrdiff_t thread_count();
 
 // A loopback address of this process alone, so that tests which need fixed ports can run beside
 // each other; `number` (1 to 250) tells several addresses of one process apart.
