@@ -113,21 +113,6 @@ TEST(CataloguePage, IsReadInPiecesWhoseNumberTheFirstFixes) {
     EXPECT_EQ(output.text(), "vexo_output_variables_get recv error, need_len:2918, now_len:400\n");
 }
 
-TEST(CataloguePage, IsNeverStoredBeyondTheResponseBuffer) {
-    Session session;
-    session.negotiate(2);
-    uint8_t* request = session.dataspace() + kRequestOffset;
-    OutputCapture output;
-    Bytes huge(0xFFFF, 0xEE);
-    huge[0] = huge[1] = 0xFF;
-    session.io.expect(ask('R', 0), huge);
-    VexoVariablePage variables;
-    EXPECT_EQ(get_outputs(session.handle, 0, variables), 302);
-    EXPECT_EQ(output.text(),
-              "vexo_output_variables_get recv error, need_len:65535, now_len:20480\n");
-    EXPECT_EQ(Bytes(request, request + 7), ask('R', 0)) << "what follows the buffer is as it was";
-}
-
 TEST(CataloguePage, CutsNamesAndCountsToTheirFields) {
     Session session;
     session.negotiate(1);  // pages of 10

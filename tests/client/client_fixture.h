@@ -68,6 +68,15 @@ struct Session {
         ASSERT_EQ(vexo_protocol_version_request(handle, mode, 0), 0);
     }
 
+    void start() {
+        io.expect(bytes("03 00 53"), bytes("07 00 53 00 00 00 00"));
+        ASSERT_EQ(vexo_output_start(handle, 0), 0);
+    }
+    void pause() {
+        io.expect(bytes("03 00 50"), bytes("07 00 50 00 00 00 00"));
+        ASSERT_EQ(vexo_output_pause(handle, 0), 0);
+    }
+
     uint8_t* dataspace() const { return get_vexo_dataspace(handle); }
     uint32_t member(size_t offset) const { return read_u32(dataspace() + offset); }
 

@@ -73,23 +73,11 @@ TEST(Connection, StopsBeforeThePortsWhenTheRawEndpointFails) {
               "vexo_rawsocket_create result:304\n");
     EXPECT_EQ(check_Handle(session.handle), 1U);
     EXPECT_EQ(session.io.connections(), 0);
+    EXPECT_EQ(vexo_rawsocket_create(session.handle + 5000, "lo", 2, nullptr), -1);
+    EXPECT_THAT(output.text(), HasSubstr("\nvexo_rawsocket_create---VexoHandle not found\n"));
     const std::string log = session.log();
     EXPECT_THAT(log, HasSubstr(" vexo_rawsocket_create---sock_raw create error:-1\n"));
     EXPECT_THAT(log, HasSubstr(" vexo_rawsocket_create result:304\n\n"));
-}
-
-TEST(Teardown, ForgetsTheHandle) {
-    Session session;
-    log_init();
-    session.connect();
-    EXPECT_EQ(vexo_destroy(session.handle), 0);
-    EXPECT_EQ(check_Handle(session.handle), 0U);
-    EXPECT_EQ(VexoHandlelist[0], 0U);
-    EXPECT_EQ(VexoHandlelist[1], 0U);
-    EXPECT_EQ(VexoHandleData_num, 0);
-    EXPECT_EQ(vexo_destroy(session.handle), -1);
-    EXPECT_THAT(session.log(),
-                HasSubstr(" vexo_destroy vexoHandle " + std::to_string(session.handle) + "\n"));
 }
 
 TEST(Teardown, CompletesWhenACloseFails) {

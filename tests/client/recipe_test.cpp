@@ -175,18 +175,24 @@ TEST(InputRecipe, OnlyWarnsOfALongPackage) {
     EXPECT_THAT(s.log(), HasSubstr(" Error: send_byte(1397) > SOCKET_RECEIVE_LEN(1400)\n"));
 }
 
-TEST(InputData, SendsOnePackage) {
+TEST(InputData, SendsOnePackageCutToTheRequestBuffer) {
     RecipeSession s;
-    write_u32(s.dataspace() + kInputLengthOffset, 16);
-    const Bytes values = bytes("00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F");
-    s.io.expect(bytes("14 00 55 03") + values, {});
-    EXPECT_EQ(vexo_input_data_send(s.handle, 3, values.data()), 0);
-    write_u32(s.dataspace() + kVersionWordOffset, 2);
-    s.io.expect(bytes("14 00 55 2C") + values, {});
-    EXPECT_EQ(vexo_input_data_send(s.handle, 300, values.data()), 0);
-    EXPECT_TRUE(s.io.done());
-    EXPECT_EQ(pthread_mutex_trylock(&base_datasend_mutex), 0) << "every return unlocks";
-    pthread_mutex_unlock(&base_datasend_mutex);
+    const Bytes values(100000, 0xAB);
+    struct {
+        uint32_t version;
+        uint32_t length;
+        int32_t recipe;
+        Bytes message;
+    } const cases[] = {{1, 3, 3, bytes("07 00 55 03 AB AB AB")},
+                       {2, 3, 300, bytes("07 00 55 2C AB AB AB")},
+                       {2, 100000, 1, bytes("00 50 55 01") + Bytes(20476, 0xAB)}};
+    for (const auto& c : cases) {
+        write_u32(s.dataspace() + kVersionWordOffset, c.version);
+        write_u32(s.dataspace() + kInputLengthOffset, c.length);
+        s.io.expect(c.message, {});
+        EXPECT_EQ(vexo_input_data_send(s.handle, c.recipe, values.data()), 0);
+        EXPECT_TRUE(s.io.done());
+    }
 }
 
 TEST(InputData, ReportsFailures) {
@@ -208,15 +214,6 @@ TEST(InputData, ReportsFailures) {
     const std::string log = s.log();
     EXPECT_THAT(log, HasSubstr(" vexo_input_data_send send error\n"));
     EXPECT_THAT(log, HasSubstr(" vexo_input_data_send socket_raw_applysendbuf error -100\n"));
-    EXPECT_EQ(pthread_mutex_trylock(&base_datasend_mutex), 0);
+    EXPECT_EQ(pthread_mutex_trylock(&base_datasend_mutex), 0) << "every return unlocks";
     pthread_mutex_unlock(&base_datasend_mutex);
-}
-
-TEST(InputData, IsCutToTheRequestBuffer) {
-    RecipeSession s;
-    write_u32(s.dataspace() + kInputLengthOffset, 100000);
-    const Bytes values(100000, 0xAB);
-    s.io.expect(bytes("00 50 55 01") + Bytes(20476, 0xAB), {});
-    EXPECT_EQ(vexo_input_data_send(s.handle, 1, values.data()), 0);
-    EXPECT_TRUE(s.io.done());
 }

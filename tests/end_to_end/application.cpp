@@ -26,6 +26,14 @@ std::string enter_own_network(int cables) {
     return refusal;
 }
 
+void PrintTo(const Path& path, std::ostream* out) {
+    *out << path.name;
+}
+
+std::string path_name(const ::testing::TestParamInfo<Path>& path) {
+    return path.param.name;
+}
+
 void put_something_at_descriptor_zero() {
     const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (null > 0) {
@@ -42,9 +50,9 @@ Application::Application(const std::string& controller) : address(controller) {
     EXPECT_EQ(vexo_create_handle(&handle, address.c_str()), 0);
 }
 
-void Application::connect(int64_t mode) {
+void Application::connect(int64_t mode, uint32_t nack) {
     ASSERT_EQ(vexo_create(handle, address.c_str(), interface.c_str(), mode, nullptr), 0);
-    ASSERT_EQ(vexo_protocol_version_request(handle, mode, 0), 0);
+    ASSERT_EQ(vexo_protocol_version_request(handle, mode, nack), 0);
 }
 
 void Application::load_catalogue() {
@@ -66,12 +74,12 @@ void Application::set_up_input(const std::string& names) {
               0);
 }
 
-void Application::start() {
+void Application::start() const {
     ASSERT_EQ(vexo_output_start(handle, 0), 0);
 }
 
-void Application::stream(const std::string& outputs, int64_t mode) {
-    ASSERT_NO_FATAL_FAILURE(connect(mode));
+void Application::stream(const std::string& outputs, int64_t mode, uint32_t nack) {
+    ASSERT_NO_FATAL_FAILURE(connect(mode, nack));
     ASSERT_NO_FATAL_FAILURE(load_catalogue());
     ASSERT_NO_FATAL_FAILURE(set_up_output(outputs));
     ASSERT_NO_FATAL_FAILURE(start());
@@ -119,6 +127,30 @@ bool Application::wait_settled(size_t socket_offset, int count) const {
         ioctl(socket(socket_offset), SIOCOUTQ, &unconfirmed);
         return unread >= count && unconfirmed == 0;
     });
+}
+
+namespace {
+
+sim::Options station_options(int number, const Path& path, int cable,
+                             std::optional<sim::MacAddress> mac) {
+    sim::Options options = on_loopback(number);
+    if (path.raw()) {
+        options.interface = "robot" + std::to_string(cable);
+        options.mac = mac;
+    }
+    return options;
+}
+
+}  // namespace
+
+Station::Station(int number, const Path& path, int cable, std::optional<sim::MacAddress> mac,
+                 const std::string& outputs)
+    : controller(station_options(number, path, cable, mac)), app(own_loopback(number)) {
+    app.interface = "host" + std::to_string(cable);
+    app.connect(path.mode, path.nack);
+    app.load_catalogue();
+    app.set_up_output(outputs);
+    app.set_up_input("heartbeat");
 }
 
 }  // namespace test

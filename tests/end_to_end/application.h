@@ -3,6 +3,7 @@
 #define TESTS_END_TO_END_APPLICATION_H
 
 #include <cstring>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,9 +21,25 @@ constexpr size_t kRawSocketOffset = kIoSocketOffset + 12;
 // The options, on the loopback address of that number.
 sim::Options on_loopback(int number = 1, sim::Options options = {});
 
-// Moves this process into a network of its own, where a cable joins host0 to robot0, and with a
-// second one host1 to robot1. Returns an empty text, or the reason why the machine refuses.
+// Moves this process into a network of its own, where a cable joins host0 to robot0, the next one
+// host1 to robot1, and so on. Returns an empty text, or the reason why the machine refuses.
 std::string enter_own_network(int cables = 1);
+
+// How packages travel: in a version of the protocol, and from version 3 on in frames, with a
+// controller that may leave set-points unacknowledged.
+struct Path {
+    const char* name;
+    int64_t mode;
+    uint32_t nack = 0;
+
+    bool raw() const { return mode > 2; }
+};
+constexpr Path kVersion1{"Version1", 1};
+constexpr Path kVersion2{"Version2", 2};
+constexpr Path kRaw{"Raw", 3};
+constexpr Path kRawNack{"RawNack", 3, 1};
+void PrintTo(const Path& path, std::ostream* out);
+std::string path_name(const ::testing::TestParamInfo<Path>& path);
 
 // The end of a handle on the raw path closes this descriptor.
 void put_something_at_descriptor_zero();
@@ -66,13 +83,13 @@ public:
     explicit Application(const std::string& address = own_loopback(1));
 
     // The steps of the calling order.
-    void connect(int64_t mode = 2);  // with the negotiation
+    void connect(int64_t mode = 2, uint32_t nack = 0);  // with the negotiation
     void load_catalogue();
     void set_up_output(const std::string& names);
     void set_up_input(const std::string& names);
-    void start();
+    void start() const;
     // All of them up to the stream of these outputs.
-    void stream(const std::string& outputs, int64_t mode = 2);
+    void stream(const std::string& outputs, int64_t mode = 2, uint32_t nack = 0);
 
     // Ends the handle, and sees the receive thread's end.
     int32_t destroy();
@@ -97,6 +114,21 @@ public:
     uint32_t output_recipe = 0;
     uint32_t input_recipe = 0;
     int32_t servo_row = 0;
+};
+
+// A controller, and its application, which has set up a stream of the package counter and the
+// heartbeat for its input. Start the streams of a test when all its stations are there: the receive
+// thread serves those that it finds.
+struct Station {
+    // On the raw path, at the cable of that number, whose end may have several controllers.
+    explicit Station(int number, const Path& path = kVersion2, int cable = 0,
+                     std::optional<sim::MacAddress> mac = std::nullopt,
+                     const std::string& outputs = "package_counter");
+
+    uint32_t counter() const { return app.latest().value<uint32_t>(0); }
+
+    sim::Simulator controller;
+    Application app;
 };
 
 }  // namespace test

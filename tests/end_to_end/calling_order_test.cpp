@@ -94,13 +94,6 @@ void command(const Application& app) {
     EXPECT_EQ(vexo_set_getalldigitalinputbits(h, app.method("getAllDigitalInputBits"), &bits), 0);
     EXPECT_EQ(bits, 0U);
     EXPECT_EQ(cvexo_resterror(h, app.method("resetError")), 0);
-    EXPECT_EQ(cvexo_startinertiacomp(h, app.method("startInertiaComp")), 0);
-    EXPECT_EQ(cvexo_stopinertiacomp(h, app.method("stopInertiaComp")), 0);
-    EXPECT_EQ(cvexo_starttorquecomp(h, app.method("startTorqueComp")), 0);
-    EXPECT_EQ(cvexo_stoptorquecomp(h, app.method("stopTorqueComp")), 0);
-    EXPECT_EQ(cvexo_startlogoutput(h, app.method("startLogOutput")), 0);
-    EXPECT_EQ(cvexo_startsensorforceinput(h, app.method("startSensorForceInput")), 0);
-    EXPECT_EQ(cvexo_stopsensorforceinput(h, app.method("stopSensorForceInput")), 0);
 }
 
 void pause_and_destroy(Application& app) {
@@ -113,7 +106,10 @@ void pause_and_destroy(Application& app) {
     EXPECT_EQ(vexo_output_pause(app.handle, 0), 0);
     EXPECT_EQ(app.destroy(), 0);
     EXPECT_EQ(check_Handle(app.handle), 0U);
+    EXPECT_EQ(VexoHandlelist[0], 0U);
+    EXPECT_EQ(VexoHandlelist[1], 0U);
     EXPECT_EQ(app.latest().result, -1);
+    EXPECT_EQ(vexo_destroy(app.handle), -1);
 }
 
 void whole_order(int64_t mode, const std::string& address) {

@@ -63,7 +63,7 @@ int32_t number(Application& app, Handed&) {
 
 template <auto command>
 int32_t output(Application& app, Handed&) {
-    return command(app.handle, anything, 1, 1);
+    return command(app.handle, anything, 7, 255);
 }
 
 template <auto command, int32_t row>
@@ -77,43 +77,56 @@ int32_t servo(Application& app, Handed&) {
 
 constexpr size_t kIo = kIoSocketOffset;
 constexpr size_t kControl = kControlSocketOffset;
+constexpr char kPlain[] = "06 00 6D 24 00 00";
+constexpr char kOutput[] = "0A 00 6D 24 00 02 02 07 01 FF";
 constexpr char kLearntAddress[] = "dstmac: 02-00-00-00-00-0B\n";
 
 // One of each kind, which do not care how the packages travel.
 const std::vector<Request> kOnEitherPath = {
-    {"vexo_output_variables_get", variables<vexo_output_variables_get>, page},
-    {"vexo_output_setup_send", output_recipe},
-    {"vexo_input_setup_send", input_recipe},
-    {"vexo_output_start", stream<vexo_output_start>, single, kIo, 2, "", 1},
-    {"vexo_output_pause", stream<vexo_output_pause>, single, kIo, 2, "", 2},
-    {"vexo_get_control_version", version},
-    {"vexo_set_percentvelocity", number<vexo_set_percentvelocity, percent_velocity>},
-    {"vexo_set_getalldigitalinputbits", bits<vexo_set_getalldigitalinputbits, input_bits>},
-    {"cvexo_servo_stop", number<cvexo_servo_stop, servo_stop>, single, kControl},
+    {"vexo_output_variables_get", variables<vexo_output_variables_get>, "07 00 52 00 00 00 00",
+     page},
+    {"vexo_output_setup_send", output_recipe, "11 00 4F 00 00 00 00 02 00 0B 00 00 00 15 00 00 00"},
+    {"vexo_input_setup_send", input_recipe, "09 00 49 01 00 16 00 00 00"},
+    {"vexo_output_start", stream<vexo_output_start>, "03 00 53", single, kIo, 2, "", 1},
+    {"vexo_output_pause", stream<vexo_output_pause>, "03 00 50", single, kIo, 2, "", 2},
+    {"vexo_get_control_version", version, "03 00 76"},
+    {"vexo_set_percentvelocity", number<vexo_set_percentvelocity, percent_velocity>,
+     "0F 00 6D 1F 00 01 0B 00 00 00 00 00 00 49 40"},
+    {"vexo_set_getalldigitalinputbits", bits<vexo_set_getalldigitalinputbits, input_bits>,
+     "06 00 6D 20 00 00"},
+    {"cvexo_servo_stop", number<cvexo_servo_stop, servo_stop>,
+     "0F 00 6D 22 00 01 0B 00 00 00 00 00 00 49 40", single, kControl},
 };
 
 const std::vector<Request> kOthers = {
-    {"vexo_protocol_version_request", negotiate<1, 0>, single, kIo, 1, "1"},
-    {"vexo_protocol_version_request", negotiate<2, 0>, single, kIo, 2, "2"},
-    {"vexo_protocol_version_request", negotiate<3, 0>, single, kIo, 3, "", 0, kLearntAddress},
-    {"vexo_protocol_version_request", negotiate<3, 1>, single, kIo, 3, "nack", 0, kLearntAddress},
-    {"vexo_input_variables_get", variables<vexo_input_variables_get>, page},
-    {"vexo_control_methods_get", methods, page},
-    {"vexo_control_methods_get", catalogue, page, kIo, 2, "within_catalogue", 0, "", true},
-    {"vexo_set_setstandarddigitalout", output<vexo_set_setstandarddigitalout>},
-    {"vexo_set_setconfigurabledigitalout", output<vexo_set_setconfigurabledigitalout>},
-    {"vexo_set_settooldigitalout", output<vexo_set_settooldigitalout>},
-    {"vexo_set_getalldigitaloutputbits", bits<vexo_set_getalldigitaloutputbits, output_bits>},
-    {"cvexo_resterror", plain<cvexo_resterror>},
-    {"cvexo_startinertiacomp", plain<cvexo_startinertiacomp>},
-    {"cvexo_starttorquecomp", plain<cvexo_starttorquecomp>},
-    {"cvexo_stopinertiacomp", plain<cvexo_stopinertiacomp>},
-    {"cvexo_stoptorquecomp", plain<cvexo_stoptorquecomp>},
-    {"cvexo_startlogoutput", plain<cvexo_startlogoutput>},
-    {"cvexo_startsensorforceinput", plain<cvexo_startsensorforceinput>},
-    {"cvexo_stopsensorforceinput", plain<cvexo_stopsensorforceinput>},
-    {"cvexo_servoj", servo, hasty, kControl, 1, "1"},
-    {"cvexo_servoj", servo, hasty, kControl, 2, "2"},
+    {"vexo_protocol_version_request", negotiate<1, 0>, "0B 00 56 01 00 00 00 00 00 00 00", single,
+     kIo, 1, "1"},
+    {"vexo_protocol_version_request", negotiate<2, 0>, "0B 00 56 02 00 00 00 00 00 00 00", single,
+     kIo, 2, "2"},
+    {"vexo_protocol_version_request", negotiate<3, 0>,
+     "11 00 56 03 00 01 00 00 00 00 00 02 00 00 00 00 0A", single, kIo, 3, "", 0, kLearntAddress},
+    {"vexo_protocol_version_request", negotiate<3, 1>,
+     "11 00 56 03 00 03 00 00 00 00 00 02 00 00 00 00 0A", single, kIo, 3, "nack", 0,
+     kLearntAddress},
+    {"vexo_input_variables_get", variables<vexo_input_variables_get>, "07 00 72 00 00 00 00", page},
+    {"vexo_control_methods_get", methods, "07 00 4D 00 00 00 00", page},
+    {"vexo_control_methods_get", catalogue, "07 00 4D 00 00 00 00", page, kIo, 2,
+     "within_catalogue", 0, "", true},
+    {"vexo_set_setstandarddigitalout", output<vexo_set_setstandarddigitalout>, kOutput},
+    {"vexo_set_setconfigurabledigitalout", output<vexo_set_setconfigurabledigitalout>, kOutput},
+    {"vexo_set_settooldigitalout", output<vexo_set_settooldigitalout>, kOutput},
+    {"vexo_set_getalldigitaloutputbits", bits<vexo_set_getalldigitaloutputbits, output_bits>,
+     "06 00 6D 21 00 00"},
+    {"cvexo_resterror", plain<cvexo_resterror>, kPlain},
+    {"cvexo_startinertiacomp", plain<cvexo_startinertiacomp>, kPlain},
+    {"cvexo_starttorquecomp", plain<cvexo_starttorquecomp>, kPlain},
+    {"cvexo_stopinertiacomp", plain<cvexo_stopinertiacomp>, kPlain},
+    {"cvexo_stoptorquecomp", plain<cvexo_stoptorquecomp>, kPlain},
+    {"cvexo_startlogoutput", plain<cvexo_startlogoutput>, kPlain},
+    {"cvexo_startsensorforceinput", plain<cvexo_startsensorforceinput>, kPlain},
+    {"cvexo_stopsensorforceinput", plain<cvexo_stopsensorforceinput>, kPlain},
+    {"cvexo_servoj", servo, "", hasty, kControl, 1, "1"},
+    {"cvexo_servoj", servo, "", hasty, kControl, 2, "2"},
 };
 
 }  // namespace

@@ -26,6 +26,7 @@ enum class Receives { single, hasty, page };
 struct Request {
     const char* function;  // that its texts name
     int32_t (*call)(Application& app, Handed& handed);
+    const char* message;  // its bytes; empty for a set-point, which has a running number
     Receives receives = Receives::single;
     size_t socket = kIoSocketOffset;
     int64_t mode = 2;

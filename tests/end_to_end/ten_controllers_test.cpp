@@ -48,22 +48,17 @@ uint32_t times_shown(const Application& app) {
 }  // namespace
 
 TEST(TimingTenControllers, AllShowTheirPackagesInOrder) {
-    std::vector<std::unique_ptr<sim::Simulator>> controllers;
-    std::vector<std::unique_ptr<Application>> apps;
+    std::vector<std::unique_ptr<Station>> stations;
     for (int i = 1; i <= kControllers; ++i) {
-        controllers.push_back(std::make_unique<sim::Simulator>(on_loopback(i)));
-        apps.push_back(std::make_unique<Application>(own_loopback(i)));
-        ASSERT_NO_FATAL_FAILURE(apps.back()->connect());
-        ASSERT_NO_FATAL_FAILURE(apps.back()->load_catalogue());
-        ASSERT_NO_FATAL_FAILURE(apps.back()->set_up_output(wide_recipe()));
+        stations.push_back(std::make_unique<Station>(i, kVersion2, 0, std::nullopt, wide_recipe()));
     }
-    for (const auto& app : apps) {
-        ASSERT_NO_FATAL_FAILURE(app->start());
+    for (const auto& station : stations) {
+        ASSERT_NO_FATAL_FAILURE(station->app.start());
     }
     std::array<Watch, kControllers> watches;
     const auto all_done = [&] {
         for (size_t i = 0; i < watches.size(); ++i) {
-            watches[i].look(*apps[i]);
+            watches[i].look(stations[i]->app);
         }
         return std::all_of(watches.begin(), watches.end(),
                            [](const Watch& watch) { return watch.latest >= kPackages; });
@@ -75,8 +70,8 @@ TEST(TimingTenControllers, AllShowTheirPackagesInOrder) {
     for (size_t i = 0; i < watches.size(); ++i) {
         EXPECT_EQ(watches[i].torn, 0U) << i;
         EXPECT_EQ(watches[i].backward, 0U) << i;
-        EXPECT_EQ(controllers[i]->counters().packages_dropped, 0U) << i;
+        EXPECT_EQ(stations[i]->controller.counters().packages_dropped, 0U) << i;
         EXPECT_GE(watches[i].latest, kPackages) << i;
-        EXPECT_GE(times_shown(*apps[i]), watches[i].latest - watches[i].latest / 100) << i;
+        EXPECT_GE(times_shown(stations[i]->app), watches[i].latest - watches[i].latest / 100) << i;
     }
 }

@@ -1,10 +1,5 @@
 // Connecting and negotiating the raw path.
-#include <linux/capability.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include "tests/raw_path/raw_path.h"
-#include "tests/support/network_namespace.h"
 
 using namespace test;
 using ::testing::HasSubstr;
@@ -12,18 +7,6 @@ using ::testing::HasSubstr;
 namespace {
 
 class RawConnection : public RawPath {};
-
-Bytes host_mac(const Session& session) {
-    const uint8_t* const mac = session.dataspace() + kHostMacOffset;
-    return Bytes(mac, mac + 6);
-}
-
-// Takes from the calling thread the right to open raw sockets.
-void drop_privileges() {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    const __user_cap_data_struct none[2]{};
-    ASSERT_EQ(syscall(SYS_capset, &header, none), 0);
-}
 
 }  // namespace
 
@@ -35,7 +18,7 @@ TEST_F(RawConnection, OpensTwoPortsAndAnEndpointWithTheInterfacesAddress) {
     EXPECT_TRUE(wait_until(
         [&] { return session.io.connections() == 1 && session.control.connections() == 1; }));
     EXPECT_EQ(session.receive.connections(), 0);
-    EXPECT_EQ(host_mac(session), bytes("02 00 00 00 00 0A"));
+    EXPECT_EQ(session.bytes_at(kHostMacOffset, 6), bytes("02 00 00 00 00 0A"));
     EXPECT_EQ(output.text(), "");
     EXPECT_THAT(session.log(), HasSubstr(" vexo_rawsocket_create---srcmac:02-00-00-00-00-0A\n"));
 }
@@ -45,7 +28,7 @@ TEST_F(RawConnection, TakesTheGivenAddressForItsOwn) {
     Bytes mac = bytes("02 AA BB CC DD EE");
     log_init();
     ASSERT_EQ(vexo_create(session.handle, session.address.c_str(), "host0", 4, mac.data()), 0);
-    EXPECT_EQ(host_mac(session), mac);
+    EXPECT_EQ(session.bytes_at(kHostMacOffset, 6), mac);
     session.io.expect(bytes("11 00 56 04 00 01 00 00 00 00 00 02 AA BB CC DD EE"),
                       bytes("0D 00 56 00 00 00 00 02 00 00 00 00 0B"));
     ASSERT_EQ(vexo_protocol_version_request(session.handle, 4, 0), 0);
@@ -96,7 +79,7 @@ TEST_F(RawConnection, LearnsTheAddressFromARefusalToo) {
 TEST_F(RawConnection, ToleratesAnUnknownInterface) {
     RawSession session;
     ASSERT_EQ(vexo_create(session.handle, session.address.c_str(), "nosuch0", 3, nullptr), 0);
-    EXPECT_EQ(host_mac(session), Bytes(6));
+    EXPECT_EQ(session.bytes_at(kHostMacOffset, 6), Bytes(6));
     session.io.expect(bytes("11 00 56 03 00 01 00 00 00 00 00 00 00 00 00 00 00"),
                       bytes("0D 00 56 00 00 00 00 02 00 00 00 00 0B"));
     ASSERT_EQ(vexo_protocol_version_request(session.handle, 3, 0), 0);
@@ -107,24 +90,4 @@ TEST_F(RawConnection, ToleratesAnUnknownInterface) {
     const uint8_t nothing = 0;
     EXPECT_EQ(vexo_input_data_send(session.handle, 1, &nothing), 302);
     EXPECT_EQ(output.text(), "vexo_input_data_send send error\n");
-}
-
-TEST_F(RawConnection, FailsWithoutThePrivilegeAndTriesNoPort) {
-    RawSession session;
-    OutputCapture output;
-    log_init();
-    drop_privileges();
-    EXPECT_EQ(vexo_create(session.handle, session.address.c_str(), "host0", 3, nullptr), 304);
-    EXPECT_EQ(output.text(),
-              "vexo_rawsocket_create---sock_raw create error:-1\n"
-              "vexo_rawsocket_create result:304\n");
-    EXPECT_EQ(session.io.connections(), 0);
-    EXPECT_NE(get_vexo_dataspace(session.handle), nullptr);
-    EXPECT_EQ(vexo_create(session.handle, session.address.c_str(), "host0", 2, nullptr), 0)
-        << "the TCP path needs none";
-    EXPECT_EQ(vexo_rawsocket_create(session.handle + 5000, "host0", 2, nullptr), -1);
-    EXPECT_THAT(output.text(), HasSubstr("\nvexo_rawsocket_create---VexoHandle not found\n"));
-    const std::string log = session.log();
-    EXPECT_THAT(log, HasSubstr(" vexo_rawsocket_create---sock_raw create error:-1\n"));
-    EXPECT_THAT(log, HasSubstr(" vexo_rawsocket_create result:304\n\n"));
 }

@@ -1,8 +1,8 @@
 // Each frame of a simulated controller, and each way in which it can go wrong.
 #include <semaphore.h>
 
+#include "tests/end_to_end/application.h"
 #include "tests/raw_path/raw_path.h"
-#include "tests/raw_path/simulated_client.h"
 
 using namespace test;
 using ::testing::HasSubstr;
@@ -61,13 +61,13 @@ protected:
     void SetUp() override {
         RawPath::SetUp();
         if (!IsSkipped()) {
-            client_ = std::make_unique<SimulatedClient>(1, Cable{"host0", "robot0", {}});
+            station_ = std::make_unique<Station>(1, kRaw);
             log_init();
         }
     }
 
     void inject(const std::string& which) {
-        client_->simulator().inject(sim::parse_fault(which + "," + GetParam().fault));
+        station_->controller.inject(sim::parse_fault(which + "," + GetParam().fault));
     }
 
     // In place of the frame that was lost, where the simulator has no word for the mishap.
@@ -85,29 +85,27 @@ protected:
     }
 
     Shown shown() const {
-        uint8_t package[VEXO_MAX_OUTPUT_PACKAGE] = {};
-        vexo_ouput_data_receive(client_->handle(), 0, package, sizeof package);
-        return {static_cast<size_t>(package[0] | package[1] << 8), read_u32(package + 4)};
+        const Package package = station_->app.latest();
+        return {package.length(), package.value<uint32_t>(0)};
     }
 
     int tokens() const {
         int count = -1;
-        sem_getvalue(
-            reinterpret_cast<sem_t*>(get_vexo_dataspace(client_->handle()) + kReplyTokensOffset),
-            &count);
+        sem_getvalue(reinterpret_cast<sem_t*>(station_->app.dataspace() + kReplyTokensOffset),
+                     &count);
         return count;
     }
 
     // What the response buffer holds behind a reply of 7 bytes.
     Bytes behind_reply() const {
-        const uint8_t* const reply = get_vexo_dataspace(client_->handle()) + kResponseOffset;
+        const uint8_t* const reply = station_->app.dataspace() + kResponseOffset;
         return Bytes(reply + 7, reply + 2000);
     }
 
     // Has the receive thread pass over all frames sent so far, by a package sent after them.
     bool passed() const {
-        const uint64_t sent = client_->simulator().counters().packages_sent;
-        return wait_until([&] { return client_->counter() > sent; });
+        const uint64_t sent = station_->controller.counters().packages_sent;
+        return wait_until([&] { return station_->counter() > sent; });
     }
 
     void expect_logged(const char* text) const {
@@ -119,7 +117,7 @@ protected:
         }
     }
 
-    std::unique_ptr<SimulatedClient> client_;
+    std::unique_ptr<Station> station_;
 };
 
 std::string mishap_name(const ::testing::TestParamInfo<FrameMishap>& mishap) {
@@ -133,39 +131,39 @@ INSTANTIATE_TEST_SUITE_P(Matrix, FrameFault, ::testing::ValuesIn(kMishaps), mish
 TEST_P(FrameFault, OfAPackageHarmsNoOther) {
     const std::string skipped = "package,skip=" + std::to_string(kHit - 1);
     inject(skipped);
-    client_->simulator().inject(sim::parse_fault(skipped + ",lost,times=always"));
-    client_->start();
-    ASSERT_TRUE(wait_until([&] { return client_->simulator().counters().packages_dropped >= 2; }));
+    station_->controller.inject(sim::parse_fault(skipped + ",lost,times=always"));
+    station_->app.start();
+    ASSERT_TRUE(wait_until([&] { return station_->controller.counters().packages_dropped >= 2; }));
     send_by_hand(144, package({kHit, 0, 0, 0}));
-    EXPECT_EQ(client_->servo(0), 0);
+    EXPECT_EQ(station_->app.servo(0), 0);
     ASSERT_TRUE(wait_until([&] { return tokens() == 1; })) << "the reply is behind the package";
     EXPECT_EQ(shown(), GetParam().shown);
-    client_->simulator().clear_faults();
+    station_->controller.clear_faults();
     EXPECT_TRUE(wait_until([&] { return shown().counter > kHit; }));
     EXPECT_EQ(shown().length, 8U);
-    EXPECT_EQ(client_->servo(0), 0);
+    EXPECT_EQ(station_->app.servo(0), 0);
     expect_logged(GetParam().logged);
 }
 
 TEST_P(FrameFault, OfAReplyHarmsNoOther) {
-    client_->start();
-    EXPECT_EQ(client_->servo(0), 0);
+    station_->app.start();
+    EXPECT_EQ(station_->app.servo(0), 0);
     ASSERT_TRUE(wait_until([&] { return tokens() == 1; }));
     const Bytes behind = behind_reply();
     // None overtakes the call that is to return the one before.
     inject("method=servoJ,delay=100,status=5");
-    client_->simulator().inject(sim::parse_fault("method=servoJ,delay=100"));
-    EXPECT_EQ(client_->servo(1), 0) << "returns the reply before";
-    ASSERT_TRUE(client_->simulator().wait_for_requests('m', 2));
+    station_->controller.inject(sim::parse_fault("method=servoJ,delay=100"));
+    EXPECT_EQ(station_->app.servo(1), 0) << "returns the reply before";
+    ASSERT_TRUE(station_->controller.wait_for_requests('m', 2));
     send_by_hand(146, {7, 0, 'm', 5, 0, 0, 0});
     ASSERT_TRUE(passed());
     EXPECT_EQ(tokens(), GetParam().tokens);
     EXPECT_EQ(behind_reply(), behind);
-    EXPECT_EQ(client_->servo(2), GetParam().status);
+    EXPECT_EQ(station_->app.servo(2), GetParam().status);
     ASSERT_TRUE(passed());
-    EXPECT_EQ(client_->servo(3), 0);
+    EXPECT_EQ(station_->app.servo(3), 0);
     ASSERT_TRUE(passed());
     EXPECT_EQ(tokens(), GetParam().tokens) << "for good";
-    EXPECT_TRUE(client_->simulator().wait_for_set_points(3)) << "all but the refused one";
+    EXPECT_TRUE(station_->controller.wait_for_set_points(3)) << "all but the refused one";
     expect_logged(GetParam().logged);
 }

@@ -1,12 +1,12 @@
-// Several simulated controllers at 1 kHz beside each other, and set-points at 1 kHz.
+// Several simulated controllers at 1 kHz beside each other.
 #include <sched.h>
 
 #include <algorithm>
 #include <thread>
 #include <vector>
 
+#include "tests/end_to_end/application.h"
 #include "tests/raw_path/raw_path.h"
-#include "tests/raw_path/simulated_client.h"
 #include "tests/support/network_namespace.h"
 
 using namespace test;
@@ -26,15 +26,15 @@ protected:
     }
 
     // On one cable, on another, and over TCP.
-    std::vector<std::unique_ptr<SimulatedClient>> clients_of_all_kinds() {
+    std::vector<std::unique_ptr<Station>> stations_of_all_kinds() {
         make_veth_pair("host1", "02:00:00:00:01:0a", "robot1", "02:00:00:00:01:0b");
-        std::vector<std::unique_ptr<SimulatedClient>> clients;
-        clients.push_back(std::make_unique<SimulatedClient>(1, Cable{"host0", "robot0", {}}));
-        clients.push_back(std::make_unique<SimulatedClient>(2, std::nullopt));
-        clients.push_back(std::make_unique<SimulatedClient>(
-            3, Cable{"host0", "robot0", sim::MacAddress{2, 0, 0, 0, 0, 0xBB}}));
-        clients.push_back(std::make_unique<SimulatedClient>(4, Cable{"host1", "robot1", {}}));
-        return clients;
+        const sim::MacAddress other{2, 0, 0, 0, 0, 0xBB};
+        std::vector<std::unique_ptr<Station>> stations;
+        stations.push_back(std::make_unique<Station>(1, kRaw));
+        stations.push_back(std::make_unique<Station>(2, kVersion2));
+        stations.push_back(std::make_unique<Station>(3, kRaw, 0, other));
+        stations.push_back(std::make_unique<Station>(4, kRaw, 1));
+        return stations;
     }
 };
 
@@ -43,8 +43,8 @@ class Watch {
 public:
     using Milliseconds = std::chrono::duration<double, std::milli>;
 
-    void look(const SimulatedClient& client) {
-        const uint32_t counter = client.counter();
+    void look(const Station& station) {
+        const uint32_t counter = station.counter();
         if (counter == last_) {
             return;
         }
@@ -80,12 +80,12 @@ struct Worst {
 };
 
 // The worst of all streams within two seconds.
-Worst watch(const std::vector<std::unique_ptr<SimulatedClient>>& clients) {
-    std::vector<Watch> watches(clients.size());
+Worst watch(const std::vector<std::unique_ptr<Station>>& stations) {
+    std::vector<Watch> watches(stations.size());
     const auto end = steady_clock::now() + milliseconds(2000);
     while (steady_clock::now() < end) {
-        for (size_t i = 0; i < clients.size(); ++i) {
-            watches[i].look(*clients[i]);
+        for (size_t i = 0; i < stations.size(); ++i) {
+            watches[i].look(*stations[i]);
         }
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
@@ -101,13 +101,13 @@ Worst watch(const std::vector<std::unique_ptr<SimulatedClient>>& clients) {
 
 // What a loaded machine does to one attempt it does not do to all of them.
 TEST_F(ManyHandles, EachShowsItsPackagesInTime) {
-    const auto clients = clients_of_all_kinds();
-    for (const auto& client : clients) {
-        client->start();
+    const auto stations = stations_of_all_kinds();
+    for (const auto& station : stations) {
+        station->app.start();
     }
     Worst best{0, 1e9};
     for (int attempt = 0; attempt < 15 && (best.share < 0.99 || best.age > 5); ++attempt) {
-        const Worst now = watch(clients);
+        const Worst now = watch(stations);
         best = {std::max(best.share, now.share), std::min(best.age, now.age)};
         RecordProperty("share", std::to_string(now.share));
         RecordProperty("age_ms", std::to_string(now.age));
@@ -115,36 +115,3 @@ TEST_F(ManyHandles, EachShowsItsPackagesInTime) {
     EXPECT_GE(best.share, 0.99);
     EXPECT_LE(best.age, 5.0);
 }
-
-class SetPoints : public ManyHandles, public ::testing::WithParamInterface<bool> {};
-
-TEST_P(SetPoints, AtOneKilohertzAllArriveInOrder) {
-    constexpr uint32_t kCount = 3000;
-    const bool nack = GetParam();
-    SimulatedClient client(1, Cable{"host0", "robot0", {}}, nack);
-    client.start();
-    for (uint32_t i = 1; i <= kCount; ++i) {
-        ASSERT_EQ(client.servo(i * 1e-4), 0);
-        if (i % 10 == 0) {
-            ASSERT_EQ(vexo_input_data_send(client.handle(), 2, &i), 0);
-        }
-        if (i % 50 == 0) {  // a station that is too slow loses frames
-            ASSERT_TRUE(client.simulator().wait_for_set_points(i));
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(900));
-    }
-    ASSERT_TRUE(client.simulator().wait_for_set_points(kCount));
-    ASSERT_TRUE(client.simulator().wait_for_inputs(kCount / 10));
-    const std::vector<sim::SetPoint> points = client.simulator().set_points();
-    ASSERT_EQ(points.size(), kCount);
-    for (uint32_t i = 1; i <= kCount; ++i) {
-        const sim::SetPoint& point = points[i - 1];
-        ASSERT_EQ(point.sequence, i);
-        ASSERT_EQ(point.joints, (std::vector<double>{i * 1e-4, 0, 0, 0, 0, 0}));
-        ASSERT_EQ(point.port, sim::Port::raw);
-    }
-    EXPECT_EQ(client.simulator().counters().frames_rejected, 0U);
-    EXPECT_EQ(client.simulator().inputs().back().port, sim::Port::raw);
-}
-
-INSTANTIATE_TEST_SUITE_P(Nack, SetPoints, ::testing::Bool());

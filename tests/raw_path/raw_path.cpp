@@ -64,16 +64,6 @@ void RawSession::negotiate_raw(uint32_t nack, const char* interface) {
     write_u32(dataspace() + kMethodsOffset + 104 + 100, 0x0201);
 }
 
-void RawSession::start() {
-    io.expect(bytes("03 00 53"), bytes("07 00 53 00 00 00 00"));
-    ASSERT_EQ(vexo_output_start(handle, 0), 0);
-}
-
-void RawSession::pause() {
-    io.expect(bytes("03 00 50"), bytes("07 00 50 00 00 00 00"));
-    ASSERT_EQ(vexo_output_pause(handle, 0), 0);
-}
-
 Bytes RawSession::latest() const {
     Bytes buffer(2048);
     EXPECT_EQ(vexo_ouput_data_receive(handle, 0, buffer.data(), 2048), 0);

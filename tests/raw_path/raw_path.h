@@ -39,8 +39,6 @@ struct RawSession : Session {
 
     // Connects over an interface with the address 02:00:00:00:00:0A and negotiates.
     void negotiate_raw(uint32_t nack, const char* interface = "host0");
-    void start();
-    void pause();
 
     // The package that the application would read now, by its own length; empty before the first.
     Bytes latest() const;

@@ -80,27 +80,6 @@ TEST_F(RawServo, NeitherWaitsForNorMindsAcknowledgementsInNackMode) {
     EXPECT_EQ(output.text(), "");
 }
 
-TEST_F(RawServo, SendsTheVectorOnlyWithTheFlag) {
-    connect(1);
-    const double vector[6] = {1, 1, 1, 1, 1, 1};
-    const double value = -2;
-    const Bytes head = bytes("6D 01 02");
-    const Bytes leading = bytes("0B 00 00 00 00 00 00 E0 3F 04");
-    Bytes ones;
-    for (int i = 0; i < 6; ++i) {
-        ones = ones + bytes("00 00 00 00 00 00 F0 3F");
-    }
-    const Bytes array = bytes("13 01 01 0B 00 00 00 00 00 00 00 C0");
-    EXPECT_EQ(cvexo_servoj(session_->handle, 1, 0.5, 0, vector, 1, &value), 0);
-    EXPECT_EQ(robot_->receive(), client_frame(146, 0,
-                                              bytes("22 00") + head + bytes("05") + leading +
-                                                  bytes("01 00 00 00 02 00") + array));
-    EXPECT_EQ(cvexo_servoj(session_->handle, 1, 0.5, 3, vector, 1, &value), 0);
-    EXPECT_EQ(robot_->receive(), client_frame(146, 1,
-                                              bytes("53 00") + head + bytes("06") + leading +
-                                                  bytes("02 00 00 00 02 03 0D") + ones + array));
-}
-
 TEST_F(RawServo, ReportsALinkThatIsDown) {
     connect(1);
     run_ip("link set host0 down");
@@ -116,20 +95,4 @@ TEST_F(RawServo, ReportsALinkThatIsDown) {
     const std::string log = session_->log();
     EXPECT_THAT(log, HasSubstr(" cvexo_servoj send error: -1\n"));
     EXPECT_THAT(log, HasSubstr(" vexo_input_data_send send error\n"));
-}
-
-TEST_F(RawServo, ReportsAnEndpointThatIsGone) {
-    connect(1);
-    end_receive_thread();
-    socket_raw_free(0);
-    OutputCapture output;
-    EXPECT_EQ(session_->servo(), 302);
-    const uint8_t nothing = 0;
-    EXPECT_EQ(vexo_input_data_send(session_->handle, 1, &nothing), 302);
-    EXPECT_EQ(output.text(),
-              "cvexo_servoj socket_raw_applysendbuf error -100\n"
-              "vexo_input_data_send socket_raw_applysendbuf error -100\n");
-    EXPECT_EQ(session_->member(kServoCounterOffset), 0U);
-    EXPECT_EQ(pthread_mutex_trylock(&base_servoj_mutex), 0);
-    EXPECT_EQ(pthread_mutex_trylock(&base_datasend_mutex), 0);
 }

@@ -7,8 +7,8 @@
 #include <atomic>
 #include <thread>
 
+#include "tests/end_to_end/application.h"
 #include "tests/raw_path/raw_path.h"
-#include "tests/raw_path/simulated_client.h"
 
 using namespace test;
 using std::chrono::steady_clock;
@@ -39,10 +39,10 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Moment, RawTeardownAtMoment, ::testing::Range(1, 9));
 
 TEST_P(RawTeardownAtMoment, InAFloodNeitherHangsNorTouchesWhatIsFreed) {
-    SimulatedClient first(1, Cable{"host0", "robot0", {}});
-    SimulatedClient second(2, Cable{"host0", "robot0", sim::MacAddress{2, 0, 0, 0, 1, 0xB}});
-    first.start();
-    second.start();
+    const Station first(1, kRaw);
+    const Station second(2, kRaw, 0, sim::MacAddress{2, 0, 0, 0, 1, 0xB});
+    first.app.start();
+    second.app.start();
     ASSERT_TRUE(wait_until([&] { return first.counter() > 10 && second.counter() > 10; }));
     std::atomic<bool> stop{false};
     std::thread flood([&] {  // so that the receive thread is mostly in a pass
@@ -54,7 +54,7 @@ TEST_P(RawTeardownAtMoment, InAFloodNeitherHangsNorTouchesWhatIsFreed) {
     share_processor();
     std::this_thread::sleep_for(std::chrono::milliseconds(GetParam()));
     const auto start = steady_clock::now();
-    EXPECT_EQ(vexo_destroy(second.handle()), 0);
+    EXPECT_EQ(vexo_destroy(second.app.handle), 0);
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1));
     end_receive_thread();
     stop = true;

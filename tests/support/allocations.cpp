@@ -9,14 +9,12 @@
 
 namespace {
 
-constinit thread_local uint64_t of_this_thread = 0;
 constinit thread_local int until_failure = 0;
-constinit std::atomic<uint64_t> of_all_threads = 0;
+constinit std::atomic<uint64_t> blocks = 0;
 constinit std::atomic<int64_t> live = 0;
 
 void allocated(size_t size) {
-    ++of_this_thread;
-    of_all_threads.fetch_add(1, std::memory_order_relaxed);
+    blocks.fetch_add(1, std::memory_order_relaxed);
     live.fetch_add(static_cast<int64_t>(size), std::memory_order_relaxed);
 }
 
@@ -113,11 +111,7 @@ void fail_allocation(int nth) {
 }
 
 uint64_t allocations() {
-    return of_this_thread;
-}
-
-uint64_t allocations_of_all_threads() {
-    return of_all_threads.load();
+    return blocks.load();
 }
 
 int64_t live_bytes() {

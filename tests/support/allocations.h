@@ -7,13 +7,10 @@
 
 namespace test {
 
-// Blocks that the calling thread has allocated.
+// Blocks that all threads together have allocated.
 uint64_t allocations();
 
-// The same of all threads together.
-uint64_t allocations_of_all_threads();
-
-// Bytes that all threads together have allocated and not released.
+// Bytes that they have allocated and not released.
 int64_t live_bytes();
 
 // Makes the calling thread's allocation number `nth` from now fail. Not with a sanitizer's

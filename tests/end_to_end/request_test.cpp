@@ -1,0 +1,65 @@
+// What all requests have in common: their bytes, and the failures before a reply can come.
+#include "tests/end_to_end/requests.h"
+
+using namespace test;
+using ::testing::HasSubstr;
+
+namespace {
+
+class AnyRequest : public RequestFixture, public ::testing::WithParamInterface<Request> {
+protected:
+    AnyRequest() : RequestFixture(GetParam()) {}
+
+    sim::Port port() const {
+        return request_.socket == kIoSocketOffset ? sim::Port::io : sim::Port::control;
+    }
+    std::string text(const std::string& what) const { return request_.function + what; }
+};
+
+std::vector<Request> direct_requests() {
+    std::vector<Request> all = those_with({Receives::single, Receives::page});
+    std::erase_if(all, [](const Request& request) { return request.within_catalogue; });
+    return all;
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Of, AnyRequest, ::testing::ValuesIn(direct_requests()),
+                         [](const auto& request) { return name_of(request.param); });
+
+TEST_P(AnyRequest, SendsItsBytes) {
+    EXPECT_EQ(hex(controller_->requests(port()).back()), std::string(request_.message) + " ");
+}
+
+TEST_P(AnyRequest, ReportsASendFailureAfterTheReceive) {
+    log_init();
+    controller_->disconnect(port());
+    // The first send meets the closed peer, whose answer is a reset; then sends fail.
+    Outcome outcome{0, ""};
+    EXPECT_TRUE(wait_until([&] {
+        outcome = call();
+        return outcome.printed.find("Send failed") != std::string::npos;
+    }));
+    EXPECT_EQ(outcome,
+              (Outcome{302, "Send failed - Broken pipe (errno: 32)\n" + text(" send error\n")}));
+    const std::string line = "Function:" + text(" Handle:") + std::to_string(app_->handle) +
+                             " Time:" + R"([-0-9]{10} [:0-9]{8}\.[0-9]{6} )" +
+                             text(" send error\n");
+    EXPECT_THAT(Session::finished_log(app_->address), ::testing::ContainsRegex(line));
+}
+
+// Handle 0 has a log, and shows what is logged.
+TEST_P(AnyRequest, RefusesAnUnknownHandle) {
+    const uint8_t letter = bytes(request_.message).at(2);
+    const bool prints = letter == 'V' || letter == 'R' || letter == 'r';
+    const std::string printed = text("---VexoHandle not found\n");
+    const uint32_t handle = app_->handle;
+    app_->handle = handle + 5000;
+    EXPECT_EQ(call(), (Outcome{-1, prints ? printed : ""}));
+    log_init();
+    app_->handle = 0;
+    call();
+    EXPECT_THAT(Session::finished_log("sys_log"),
+                HasSubstr(" " + (prints ? printed : text(" Error: vexoHandle is NULL\n"))));
+    app_->handle = handle;
+}
