@@ -55,8 +55,9 @@ void add_result(const std::string& what, const char* unit, const Figure& figure,
     const double spread = (quantile(compared, 0.75) - quantile(compared, 0.25)) / 2;
     char line[512];
     std::snprintf(line, sizeof line, "%s\t%s\t%.4g\t%.4g\t%s\t%.3f\t%.3f\t%.2f\n", what.c_str(),
-                  figure.name, quantile(library, 0.5), quantile(limit, 0.5), unit,
-                  quantile(compared, 0.5), spread, figure.bound);
+                  figure.name, quantile(library, 0.5), quantile(limit, 0.5),
+                  figure.unit != nullptr ? figure.unit : unit, quantile(compared, 0.5), spread,
+                  figure.bound);
     std::fputs(line, stderr);
     std::ofstream(output_path("results.tsv"), std::ios::app) << line;
 }

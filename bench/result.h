@@ -26,6 +26,7 @@ struct Figure {
     double (*of)(const Round&);
     double bound;
     Scale scale = Scale::ratio;
+    const char* unit = nullptr;  // where it is not that of the pair
 };
 
 // The value below which `share` of the values lie.

@@ -35,17 +35,19 @@ int open_truncated(const char* key) {
     return above_standard_streams(open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
+// What a full disk does not take is lost.
 void write_text(int file, const char* text) {
     size_t left = std::strlen(text);
     while (left > 0) {
         const ssize_t written = write(file, text, left);
-        if (written < 0 && errno != EINTR) {
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
             return;
         }
-        if (written > 0) {
-            text += written;
-            left -= static_cast<size_t>(written);
-        }
+        text += written;
+        left -= static_cast<size_t>(written);
     }
 }
 

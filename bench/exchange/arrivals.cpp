@@ -134,13 +134,14 @@ std::vector<Pair> arrival_pairs() {
                          {{"p50", p50, 1.15}},
                          31,
                          "arrival_" + file + ".svg"});
-        pairs.push_back({"the same beside nine silent handles," + path,
-                         "µs",
-                         library_among_silent(raw),
-                         library_alone(raw),
-                         {{"p50", p50, 1.25}, {"% missed", missed_percent, 0, Scale::difference}},
-                         31,
-                         "arrival_ten_" + file + ".svg"});
+        pairs.push_back(
+            {"the same beside nine silent handles," + path,
+             "µs",
+             library_among_silent(raw),
+             library_alone(raw),
+             {{"p50", p50, 1.25}, {"missed", missed_percent, 0, Scale::difference, "%"}},
+             31,
+             "arrival_ten_" + file + ".svg"});
     }
     return pairs;
 }

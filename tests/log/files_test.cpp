@@ -120,6 +120,16 @@ TEST(LogFile, ThatCannotBeOpenedIsTriedAgainWithTheNextLine) {
     EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 kept"));
 }
 
+TEST(LogFile, ThatIsFullLosesItsLinesAndNothingElse) {
+    const uint32_t other = make_handle("10.0.0.6");
+    std::filesystem::create_symlink("/dev/full", kGeneralFile);
+    log_init();
+    log_write(0, "f", "lost");
+    wait_for_writer(other, "vexo_10_0_0_6_log");
+    log_cleanup();
+    EXPECT_EQ(log_init_ok, 0);
+}
+
 TEST(LogFile, IsNeitherInheritedByProgramsNorAStandardStream) {
     close(STDIN_FILENO);
     log_init();
