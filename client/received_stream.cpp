@@ -21,7 +21,7 @@ constexpr size_t kEthernetSource = 6;  // where a frame has its source address
 constexpr uint8_t kOutputFrame = 144;
 constexpr uint8_t kReplyFrame = 146;
 constexpr long kNothingReceived = -101;
-// The most useless frames passed over at a stretch, so that one busy link cannot hold up the
+// So many frames at most are passed over at a stretch, so that one busy link cannot hold up the
 // others.
 constexpr int kFramesPerPass = 64;
 // A link that brings good and bad frames by turns must not fill the log.

@@ -1,6 +1,6 @@
 // The files of the log, one per key. Used by the writer thread alone. A line goes to its file in
 // one write: a stream of the C library would only be emptied each time, and an application that
-// flushes or forks would reach it.
+// flushes all its streams would reach it.
 #ifndef LOG_LOG_FILES_H
 #define LOG_LOG_FILES_H
 
@@ -10,8 +10,8 @@ namespace vexo {
 
 class LogFiles {
 public:
-    // Appends a line to the file of `key`. The line is lost when the file cannot be
-    // opened or all rows are taken by other keys.
+    // Appends a line to the file of `key`. The line is lost when the file cannot be opened or all
+    // rows are taken by other keys.
     void write(const char* key, const char* line);
     // Closes all files and forgets their keys, so that the next line of a key truncates its file.
     void close_all();

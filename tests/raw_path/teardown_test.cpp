@@ -74,6 +74,9 @@ TEST_F(RawTeardown, ClosesDescriptorZero) {
     RawSession second(2);
     first.negotiate_raw(0);
     second.negotiate_raw(0);
+    // A connection accepted later would take the number over.
+    ASSERT_TRUE(wait_until(
+        [&] { return first.control.connections() == 1 && second.control.connections() == 1; }));
     OutputCapture output;
     EXPECT_EQ(vexo_destroy(second.handle), 0);
     EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
