@@ -3,7 +3,7 @@
  *
  * log_write() builds a line on the caller's thread and hands it to a background writer; it never
  * waits for the disk, and it drops the line when 31 lines are already waiting. The writer appends
- * the line to the file of the controller that it concerns and flushes at once, so that a crash
+ * the line to the file of the controller that it concerns at once, in one write, so that a crash
  * loses no more than the lines still waiting.
  *
  * Files: "vexo_<key>_log" in the current directory, where <key> is the controller address of the
