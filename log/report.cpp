@@ -45,26 +45,26 @@ void log_text(Caller caller, const Text& text) {
     log_write(caller.handle, caller.function, text.characters);
 }
 
+void print_and_log(Caller caller, const char* format, va_list arguments, const char* end) {
+    const ErrnoKeeper keeper;
+    print(format, arguments, end);
+    log_text(caller, Text(format, arguments));
+}
+
 }  // namespace
 
 void report(Caller caller, const char* format, ...) {
-    const ErrnoKeeper keeper;
     va_list arguments;
     va_start(arguments, format);
-    print(format, arguments, "\n");
-    const Text text(format, arguments);
+    print_and_log(caller, format, arguments, "\n");
     va_end(arguments);
-    log_text(caller, text);
 }
 
 void report_verbatim(Caller caller, const char* format, ...) {
-    const ErrnoKeeper keeper;
     va_list arguments;
     va_start(arguments, format);
-    print(format, arguments, "");
-    const Text text(format, arguments);
+    print_and_log(caller, format, arguments, "");
     va_end(arguments);
-    log_text(caller, text);
 }
 
 void report_as(Caller caller, const char* printed, const char* format, ...) {
