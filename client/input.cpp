@@ -5,7 +5,7 @@
 #include "client/registry.h"
 #include "client/request_buffer.h"
 #include "client/vexo.h"
-#include "log/mutex_lock.h"
+#include "base/mutex_lock.h"
 #include "net/exchange_socket.h"
 #include "net/raw_socket.h"
 

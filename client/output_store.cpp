@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "log/racing_copy.h"
+#include "base/racing_copy.h"
 
 namespace vexo {
 

@@ -3,7 +3,7 @@
 #include "client/receive_thread.h"
 #include "client/registry.h"
 #include "client/vexo.h"
-#include "log/mutex_lock.h"
+#include "base/mutex_lock.h"
 
 pthread_mutex_t base_datarecv_mutex = PTHREAD_MUTEX_INITIALIZER;
 

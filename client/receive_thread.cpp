@@ -10,7 +10,7 @@
 #include "client/received_stream.h"
 #include "client/registry.h"
 #include "client/vexo.h"
-#include "log/mutex_lock.h"
+#include "base/mutex_lock.h"
 
 pthread_t th_receive;
 uint32_t recv_thread_init_ok;

@@ -8,8 +8,8 @@
 #include <ctime>
 
 #include "client/message.h"
-#include "log/racing_copy.h"
-#include "net/error_description.h"
+#include "base/racing_copy.h"
+#include "base/error_text.h"
 #include "net/raw_internal.h"
 
 namespace vexo {
@@ -86,7 +86,7 @@ void ReceivedStream::receive_bytes(int socket, size_t length) {
         return;
     }
     if (got < 0 && worth_a_line(errno)) {
-        report({0, "socket_recv"}, "Receive failed - %s", ErrorDescription(errno).text);
+        report({0, "socket_recv"}, "Receive failed - %s", ErrorText(errno).text);
     }
     rest();
 }

@@ -6,8 +6,8 @@
 #include "client/registry.h"
 #include "client/request_buffer.h"
 #include "client/vexo.h"
-#include "log/mutex_lock.h"
-#include "log/racing_copy.h"
+#include "base/mutex_lock.h"
+#include "base/racing_copy.h"
 #include "net/exchange_socket.h"
 #include "net/raw_socket.h"
 

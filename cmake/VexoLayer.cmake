@@ -1,3 +1,22 @@
+# vexo_library_objects(TARGET): how everything that a library is made of is compiled.
+function(vexo_library_objects target)
+  set_target_properties(${target} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    C_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(${target} PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  # Names and packages are short, and the C library's copies far quicker to begin than the string
+  # instructions that GCC puts in their place.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE
+      -mmemcpy-strategy=libcall:-1:align -mmemset-strategy=libcall:-1:align)
+  endif()
+  target_compile_definitions(${target} PRIVATE VEXO_BUILDING)
+  target_link_libraries(${target} PRIVATE vexo_options)
+endfunction()
+
 # vexo_layer(SOURCES ... PUBLIC_HEADERS ...): adds the sources of the calling folder to the library,
 # and its public headers to what is installed and to what the header test compiles.
 function(vexo_layer)

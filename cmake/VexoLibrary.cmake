@@ -1,25 +1,11 @@
 # libvexo.so from the objects of the layers, its installation, and the same objects as a static
 # library for tests that look inside.
 
-set_target_properties(vexo_objects PROPERTIES
-  POSITION_INDEPENDENT_CODE ON
-  CXX_VISIBILITY_PRESET hidden
-  C_VISIBILITY_PRESET hidden
-  VISIBILITY_INLINES_HIDDEN ON)
-target_compile_options(vexo_objects PRIVATE
-  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
-# Names and packages are short, and the C library's copies far quicker to begin than the string
-# instructions that GCC puts in their place.
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  target_compile_options(vexo_objects PRIVATE
-    -mmemcpy-strategy=libcall:-1:align -mmemset-strategy=libcall:-1:align)
-endif()
-target_compile_definitions(vexo_objects PRIVATE VEXO_BUILDING)
-target_link_libraries(vexo_objects PRIVATE vexo_options)
+vexo_library_objects(vexo_objects)
 
 set(VEXO_VERSION_SCRIPT ${PROJECT_SOURCE_DIR}/cmake/libvexo.map)
 add_library(vexo SHARED)
-target_link_libraries(vexo PRIVATE vexo_objects vexo_options)
+target_link_libraries(vexo PRIVATE vexo_objects vexo_base vexo_options)
 target_include_directories(vexo PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/vexo>)
@@ -35,7 +21,7 @@ endif()
 add_library(vexo::vexo ALIAS vexo)
 
 add_library(vexo_internal STATIC EXCLUDE_FROM_ALL)
-target_link_libraries(vexo_internal PRIVATE vexo_objects PUBLIC vexo_options)
+target_link_libraries(vexo_internal PRIVATE vexo_objects vexo_base PUBLIC vexo_options)
 set_target_properties(vexo_internal PROPERTIES LINKER_LANGUAGE CXX)
 
 set(VEXO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vexo)

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "log/mutex_lock.h"
+#include "base/mutex_lock.h"
 
 namespace vexo {
 

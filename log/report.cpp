@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "log/log.h"
-#include "log/racing_copy.h"
+#include "base/racing_copy.h"
 
 namespace vexo {
 

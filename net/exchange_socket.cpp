@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "log/report.h"
-#include "net/error_description.h"
+#include "base/error_text.h"
 #include "net/select_set.h"
 
 namespace vexo {
@@ -21,7 +21,7 @@ constexpr int kSynRetries = 2;
 constexpr suseconds_t kSendWaitMicroseconds = 5000;
 
 void report_error(const char* function, const char* what) {
-    report({0, function}, "%s - %s", what, ErrorDescription(errno).text);
+    report({0, function}, "%s - %s", what, ErrorText(errno).text);
 }
 
 void close_keeping_errno(int fd) {
@@ -49,7 +49,7 @@ bool connect_to(int fd, const char* address, int port) {
     peer.sin_port = htons(static_cast<uint16_t>(port));
     if (inet_pton(AF_INET, address, &peer.sin_addr) < 1) {
         report({0, "socket_connect"}, "Invalid address %s - %s", address,
-               ErrorDescription(errno).text);
+               ErrorText(errno).text);
         return false;
     }
     if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) < 0) {
@@ -66,8 +66,8 @@ bool connect_to(int fd, const char* address, int port) {
 using namespace vexo;
 
 const char* socket_get_error_desc(int error_number) {
-    static char err_desc[sizeof(ErrorDescription::text)];
-    const ErrorDescription description(error_number == -1 ? errno : error_number);
+    static char err_desc[sizeof(ErrorText::text)];
+    const ErrorText description(error_number == -1 ? errno : error_number);
     std::strcpy(err_desc, description.text);
     return err_desc;
 }
@@ -79,7 +79,7 @@ int socket_connect(const char* address, int port) {
     const int fd = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (fd < 0) {
         report({0, "socket_connect"}, "Socket creation failed for %s:%d - %s", address, port,
-               ErrorDescription(errno).text);
+               ErrorText(errno).text);
         return -1;
     }
     if (!connect_to(fd, address, port)) {

@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-#include "net/owned_descriptor.h"
+#include "base/owned_descriptor.h"
 #include "net/raw_frame.h"
 #include "net/raw_socket.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "net/retry.h"
+#include "base/retry.h"
 
 namespace vexo {
 

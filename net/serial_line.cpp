@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "net/owned_descriptor.h"
+#include "base/owned_descriptor.h"
 
 namespace vexo {
 

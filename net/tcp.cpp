@@ -10,8 +10,8 @@
 #include <cerrno>
 
 #include "net/ipv4_address.h"
-#include "net/owned_descriptor.h"
-#include "net/retry.h"
+#include "base/owned_descriptor.h"
+#include "base/retry.h"
 #include "net/select_set.h"
 
 using vexo::Ipv4Address;

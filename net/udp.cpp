@@ -5,7 +5,7 @@
 
 #include "net/ipv4_address.h"
 #include "net/out.h"
-#include "net/owned_descriptor.h"
+#include "base/owned_descriptor.h"
 #include "net/tcp.h"
 
 using vexo::Ipv4Address;

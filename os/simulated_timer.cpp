@@ -2,9 +2,9 @@
 
 #include <cerrno>
 
-#include "os/deadline.h"
+#include "base/deadline.h"
 #include "os/tables.h"
-#include "os/thread.h"
+#include "base/thread.h"
 
 namespace vexo {
 

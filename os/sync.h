@@ -4,8 +4,8 @@
 
 #include <pthread.h>
 
-#include "log/mutex_lock.h"
-#include "os/deadline.h"
+#include "base/mutex_lock.h"
+#include "base/deadline.h"
 
 namespace vexo {
 

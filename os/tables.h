@@ -5,7 +5,7 @@
 #include <pthread.h>
 
 #include "os/queue.h"
-#include "os/slot_table.h"
+#include "base/slot_table.h"
 #include "os/timer_records.h"
 #include "os/waitable_word.h"
 

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "os/tables.h"
-#include "os/thread.h"
+#include "base/thread.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 
 #include <csignal>
 
-#include "os/deadline.h"
+#include "base/deadline.h"
 #include "os/simulated_timer.h"
 #include "os/tables.h"
-#include "os/thread.h"
+#include "base/thread.h"
 
 #ifndef sigev_notify_thread_id
 #define sigev_notify_thread_id _sigev_un._tid

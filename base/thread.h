@@ -1,6 +1,6 @@
 // The one place that starts threads.
-#ifndef OS_THREAD_H
-#define OS_THREAD_H
+#ifndef BASE_THREAD_H
+#define BASE_THREAD_H
 
 #include <pthread.h>
 #include <sched.h>

@@ -1,6 +1,6 @@
 // Points in time as normalised timespecs.
-#ifndef OS_DEADLINE_H
-#define OS_DEADLINE_H
+#ifndef BASE_DEADLINE_H
+#define BASE_DEADLINE_H
 
 #include <cstdint>
 #include <ctime>

@@ -3,8 +3,8 @@
 // sequence count). They are single instructions, so that the compiler can neither assume that there
 // is no race nor move them across the atomic accesses around them; x86-64 keeps loads in order with
 // loads, and stores with stores.
-#ifndef LOG_RACING_COPY_H
-#define LOG_RACING_COPY_H
+#ifndef BASE_RACING_COPY_H
+#define BASE_RACING_COPY_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // A descriptor that is closed on every way out of a function but the successful one.
-#ifndef NET_OWNED_DESCRIPTOR_H
-#define NET_OWNED_DESCRIPTOR_H
+#ifndef BASE_OWNED_DESCRIPTOR_H
+#define BASE_OWNED_DESCRIPTOR_H
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // Holds a POSIX mutex for a scope.
-#ifndef LOG_MUTEX_LOCK_H
-#define LOG_MUTEX_LOCK_H
+#ifndef BASE_MUTEX_LOCK_H
+#define BASE_MUTEX_LOCK_H
 
 #include <pthread.h>
 

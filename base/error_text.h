@@ -1,6 +1,6 @@
 // The text for an error number.
-#ifndef NET_ERROR_DESCRIPTION_H
-#define NET_ERROR_DESCRIPTION_H
+#ifndef BASE_ERROR_TEXT_H
+#define BASE_ERROR_TEXT_H
 
 #include <cstdio>
 #include <cstring>
@@ -8,10 +8,10 @@
 namespace vexo {
 
 // "<system's text> (errno: <number>)", in the object itself, so that threads do not share it.
-struct ErrorDescription {
+struct ErrorText {
     char text[512];
 
-    explicit ErrorDescription(int error_number) {
+    explicit ErrorText(int error_number) {
         char buffer[256];
         std::snprintf(text, sizeof text, "%s (errno: %d)",
                       strerror_r(error_number, buffer, sizeof buffer), error_number);

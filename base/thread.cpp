@@ -1,4 +1,4 @@
-#include "os/thread.h"
+#include "base/thread.h"
 
 namespace vexo {
 

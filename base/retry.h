@@ -1,6 +1,6 @@
 // A system call that goes on after a signal handler has run.
-#ifndef NET_RETRY_H
-#define NET_RETRY_H
+#ifndef BASE_RETRY_H
+#define BASE_RETRY_H
 
 #include <cerrno>
 

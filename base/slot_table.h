@@ -1,6 +1,6 @@
 // Fixed rows that are handed out by index, lowest free one first.
-#ifndef OS_SLOT_TABLE_H
-#define OS_SLOT_TABLE_H
+#ifndef BASE_SLOT_TABLE_H
+#define BASE_SLOT_TABLE_H
 
 #include <atomic>
 #include <cstdint>
