@@ -17,13 +17,12 @@ function(vexo_library_objects target)
   target_link_libraries(${target} PRIVATE vexo_options)
 endfunction()
 
-# vexo_layer(SOURCES ... PUBLIC_HEADERS ...): adds the sources of the calling folder to the library,
-# and its public headers to what is installed and to what the header test compiles.
+# vexo_layer(SOURCES ... PUBLIC_HEADERS ...): adds the sources and the public headers of the calling
+# folder to libvexo.so.
 function(vexo_layer)
   cmake_parse_arguments(PARSE_ARGV 0 layer "" "" "SOURCES;PUBLIC_HEADERS")
   list(TRANSFORM layer_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  list(TRANSFORM layer_PUBLIC_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
   target_sources(vexo_objects PRIVATE ${layer_SOURCES})
-  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
-  list(TRANSFORM layer_PUBLIC_HEADERS PREPEND ${folder}/)
-  set_property(GLOBAL APPEND PROPERTY VEXO_PUBLIC_HEADERS ${layer_PUBLIC_HEADERS})
+  target_sources(vexo PUBLIC FILE_SET HEADERS FILES ${layer_PUBLIC_HEADERS})
 endfunction()
