@@ -5,18 +5,22 @@
 #include <cstdio>
 #include <cstring>
 
-#include "log/log.h"
+#include "base/cancellation.h"
 #include "base/racing_copy.h"
+#include "log/log.h"
 
 namespace vexo {
 
 namespace {
 
-class ErrnoKeeper {
+// A report is made on the side: errno stays, and the thread is not cancelled half-way, with
+// standard output locked.
+class Aside {
 public:
-    ~ErrnoKeeper() { errno = saved_; }
+    ~Aside() { errno = saved_; }
 
 private:
+    CancellationHold hold_;
     int saved_ = errno;
 };
 
@@ -46,7 +50,7 @@ void log_text(Caller caller, const Text& text) {
 }
 
 void print_and_log(Caller caller, const char* format, va_list arguments, const char* end) {
-    const ErrnoKeeper keeper;
+    const Aside aside;
     print(format, arguments, end);
     log_text(caller, Text(format, arguments));
 }
@@ -68,7 +72,7 @@ void report_verbatim(Caller caller, const char* format, ...) {
 }
 
 void report_as(Caller caller, const char* printed, const char* format, ...) {
-    const ErrnoKeeper keeper;
+    const Aside aside;
     va_list arguments;
     va_start(arguments, format);
     const Text text(format, arguments);
@@ -78,7 +82,7 @@ void report_as(Caller caller, const char* printed, const char* format, ...) {
 }
 
 void record(Caller caller, const char* format, ...) {
-    const ErrnoKeeper keeper;
+    const Aside aside;
     va_list arguments;
     va_start(arguments, format);
     const Text text(format, arguments);

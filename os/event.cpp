@@ -15,7 +15,7 @@ int32_t pthread_event_wait(int32_t index, uint32_t mask, uint32_t* out, uint32_t
         const vexo::Deadline deadline =
             vexo::monotonic_deadline(timeout_us * vexo::nanoseconds_per_microsecond);
         const vexo::MutexLock lock(flags.mutex);
-        const int result = flags.wait_for_any(mask, deadline);
+        const int result = flags.wait_for_any(mask, deadline, lock.hold());
         *out = flags.value & mask;
         return result;
     });

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <new>
 
 #include "os/memory.h"
 #include "os/sync.h"
@@ -42,12 +44,16 @@ struct Queue {
     pthread_mutex_t* mutex;  // guards everything here
     pthread_cond_t* cond_get;
     pthread_cond_t* cond_put;
-    uint32_t waiting;  // threads inside a wait: the queue must not be freed under them
+    // Threads inside a wait: the queue must not be freed under them. A cancelled one takes itself
+    // off after it has unlocked, and touches nothing of the queue any more.
+    std::atomic<uint32_t> waiting;
 };
 
 namespace {
 
 // Creation
+
+using vexo::CancellationHold;
 
 template <typename T>
 bool allocate(T*& pointer) {
@@ -83,7 +89,7 @@ Queue* create(uint16_t max, bool sorted, int8_t ascending, queue_compare compare
     if (!allocate(queue)) {
         return nullptr;
     }
-    *queue = {};
+    new (queue) Queue{};
     queue->max_count = max;
     queue->new_data = 1;
     queue->sorted = sorted;
@@ -98,12 +104,14 @@ Queue* create(uint16_t max, bool sorted, int8_t ascending, queue_compare compare
 
 // Locking
 
-// The result of `act` under the queue's mutex.
+// The result of `act` under the queue's mutex, with cancellation held off, also in the functions
+// that a caller passes in.
 template <typename Act>
 int8_t locked(Queue* queue, Act act) {
     if (queue == nullptr) {
         return no_queue;
     }
+    const CancellationHold hold;
     if (pthread_mutex_lock(queue->mutex) != 0) {
         return lock_failed;
     }
@@ -111,10 +119,17 @@ int8_t locked(Queue* queue, Act act) {
     return pthread_mutex_unlock(queue->mutex) == 0 ? result : int8_t{lock_failed};
 }
 
-int wait_in(Queue& queue, pthread_cond_t& condition, const vexo::Deadline& deadline) {
+void leave(void* waiting) {
+    --*static_cast<std::atomic<uint32_t>*>(waiting);
+}
+
+int wait_in(Queue& queue, pthread_cond_t& condition, const vexo::Deadline& deadline,
+            const CancellationHold& hold) {
+    int result = 0;
     ++queue.waiting;
-    const int result = vexo::wait(condition, *queue.mutex, deadline);
-    --queue.waiting;
+    pthread_cleanup_push(leave, &queue.waiting);
+    result = vexo::wait(condition, *queue.mutex, deadline, hold);
+    pthread_cleanup_pop(1);
     return result;
 }
 
@@ -179,9 +194,9 @@ int8_t put(Queue& queue, void* element) {
     return ok;
 }
 
-int8_t put_wait(Queue& queue, void* element) {
+int8_t put_wait(Queue& queue, void* element, const CancellationHold& hold) {
     while (is_full(queue) && queue.new_data != 0) {
-        wait_in(queue, *queue.cond_put, {});
+        wait_in(queue, *queue.cond_put, {}, hold);
     }
     return put(queue, element);
 }
@@ -215,9 +230,10 @@ int8_t take_first(Queue& queue, void** element) {
     return take(queue, element, nullptr, nullptr);
 }
 
-int8_t take_first_wait(Queue& queue, void** element, const vexo::Deadline& deadline) {
+int8_t take_first_wait(Queue& queue, void** element, const vexo::Deadline& deadline,
+                       const CancellationHold& hold) {
     if (queue.count == 0) {
-        if (wait_in(queue, *queue.cond_get, deadline) != 0) {
+        if (wait_in(queue, *queue.cond_get, deadline, hold) != 0) {
             return wait_failed;
         }
         if (queue.count == 0 && queue.new_data == 0) {
@@ -275,6 +291,7 @@ bool lock_when_left(Queue& queue) {
 }
 
 int8_t destroy(Queue* queue, queue_release release) {
+    const CancellationHold hold;  // once begun, it is carried through
     const int8_t close_result = queue_set_new_data(queue, 0);
     if (close_result != ok) {
         return close_result;
@@ -325,7 +342,8 @@ int8_t queue_put(Queue* queue, void* element) {
 }
 
 int8_t queue_put_wait(Queue* queue, void* element) {
-    return locked(queue, [=](Queue& q) { return put_wait(q, element); });
+    const CancellationHold hold;
+    return locked(queue, [&](Queue& q) { return put_wait(q, element, hold); });
 }
 
 int8_t queue_get(Queue* queue, void** element) {
@@ -335,15 +353,17 @@ int8_t queue_get(Queue* queue, void** element) {
 }
 
 int8_t queue_get_wait(Queue* queue, void** element) {
-    return get(queue, element, [=](Queue& q) { return take_first_wait(q, element, {}); });
+    const CancellationHold hold;
+    return get(queue, element, [&](Queue& q) { return take_first_wait(q, element, {}, hold); });
 }
 
 int8_t queue_get_timewait(Queue* queue, void** element, uint32_t timeout_us) {
-    return get(timeout_us == 0 ? nullptr : queue, element, [=](Queue& q) {
+    const CancellationHold hold;
+    return get(timeout_us == 0 ? nullptr : queue, element, [&](Queue& q) {
         // The condition runs on the wall clock. The pairing is the contract: it makes the wait fail
         // at once.
         const uint64_t span_ns = timeout_us * vexo::nanoseconds_per_microsecond;
-        return take_first_wait(q, element, vexo::monotonic_deadline(span_ns));
+        return take_first_wait(q, element, vexo::monotonic_deadline(span_ns), hold);
     });
 }
 

@@ -2,6 +2,14 @@
 
 namespace vexo {
 
+namespace {
+
+void unlock(void* mutex) {
+    pthread_mutex_unlock(static_cast<pthread_mutex_t*>(mutex));
+}
+
+}  // namespace
+
 bool make_mutex(pthread_mutex_t& mutex) {
     pthread_mutexattr_t attributes;
     if (pthread_mutexattr_init(&attributes) != 0) {
@@ -22,6 +30,18 @@ bool make_monotonic_condition(pthread_cond_t& condition) {
                       pthread_cond_init(&condition, &attributes) == 0;
     pthread_condattr_destroy(&attributes);
     return made;
+}
+
+int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline,
+         const CancellationHold& hold) {
+    int result = 0;
+    pthread_cleanup_push(unlock, &mutex);
+    pthread_setcancelstate(hold.before(), nullptr);
+    result = deadline ? pthread_cond_timedwait(&condition, &mutex, &*deadline)
+                      : pthread_cond_wait(&condition, &mutex);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    pthread_cleanup_pop(0);
+    return result;
 }
 
 }  // namespace vexo

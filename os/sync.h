@@ -4,8 +4,8 @@
 
 #include <pthread.h>
 
-#include "base/mutex_lock.h"
 #include "base/deadline.h"
+#include "base/mutex_lock.h"
 
 namespace vexo {
 
@@ -16,11 +16,11 @@ bool make_mutex(pthread_mutex_t& mutex);
 // Makes a condition variable whose deadlines are on the monotonic clock. Returns whether it could.
 bool make_monotonic_condition(pthread_cond_t& condition);
 
-// One wait. Returns 0 when woken, otherwise the error number, ETIMEDOUT after the deadline.
-inline int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline) {
-    return deadline ? pthread_cond_timedwait(&condition, &mutex, &*deadline)
-                    : pthread_cond_wait(&condition, &mutex);
-}
+// One wait, with the mutex locked and cancellation held off by `hold`. Returns 0 when woken,
+// otherwise the error number, ETIMEDOUT after the deadline. The thread can be cancelled while it
+// waits, as far as it could outside the hold; that unlocks the mutex.
+int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline,
+         const CancellationHold& hold);
 
 }  // namespace vexo
 

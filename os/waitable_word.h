@@ -17,9 +17,9 @@ struct WaitableWord {
     bool make(uint32_t initial);
     void destroy();
 
-    // Waits, with the mutex locked, until a bit of `mask` is set. Returns the result of the last
-    // wait: 0, or the error number that ended it.
-    int wait_for_any(uint32_t mask, const Deadline& deadline);
+    // Waits, as wait() does, until a bit of `mask` is set. Returns the result of the last wait: 0,
+    // or the error number that ended it.
+    int wait_for_any(uint32_t mask, const Deadline& deadline, const CancellationHold& hold);
 
     // Changes the value with `update` and wakes one waiter. Nothing is touched after unlocking: the
     // thread that the change lets pass may destroy the word at once.

@@ -1,7 +1,9 @@
 // How lines wait for the writer, and what starts and ends it.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <map>
 #include <thread>
 
@@ -107,6 +109,32 @@ TEST(LogQueue, TakesReportsOfManyThreadsWhole) {
     }
     expect_whole(lines);
     EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 8 * 500);
+}
+
+// Printing is where a thread that reports can be cancelled.
+TEST(Report, LeavesStandardOutputToOthersWhenItsThreadIsCancelled) {
+    const std::string printed = printed_by([] {
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        for (int round = 0; round < 100; ++round) {
+            std::atomic<int> calls{0};
+            pthread_t thread{};
+            ASSERT_EQ(pthread_create(
+                          &thread, nullptr,
+                          [](void* count) -> void* {
+                              for (;; ++*static_cast<std::atomic<int>*>(count)) {
+                                  socket_connect("nowhere", 0);
+                              }
+                          },
+                          &calls),
+                      0);
+            ASSERT_TRUE(wait_until([&] { return calls > round; }));
+            pthread_cancel(thread);
+            pthread_join(thread, nullptr);
+            ASSERT_EQ(ftrylockfile(stdout), 0);
+            funlockfile(stdout);
+        }
+    });
+    EXPECT_TRUE(printed.ends_with(")\n")) << "a line is printed whole";
 }
 
 TEST(LogThatIsNotStarted, MakesNoFilesAndForgetsItsLines) {
