@@ -1,0 +1,54 @@
+#include "tests/tools/tool.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/support/process.h"
+
+namespace test {
+namespace {
+
+std::vector<char*> pointers(std::vector<std::string>& words) {
+    std::vector<char*> result;
+    for (std::string& word : words) {
+        result.push_back(word.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
+}  // namespace
+
+Outcome run_program(std::vector<std::string> words) {
+    words.insert(words.begin(), "/usr/bin/env");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "out", O_CREAT | O_WRONLY | O_TRUNC,
+                                     0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "err", O_CREAT | O_WRONLY | O_TRUNC,
+                                     0600);
+    pid_t child = -1;
+    EXPECT_EQ(
+        posix_spawn(&child, "/usr/bin/env", &actions, nullptr, pointers(words).data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file("out"), read_file("err")};
+}
+
+Outcome vexo(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), VEXO_TOOL);
+    return run_program(std::move(arguments));
+}
+
+std::string shell(const std::string& script) {
+    const Outcome run = run_program({"bash", "-c", script});
+    EXPECT_EQ(run.status, 0) << script << '\n' << run.err;
+    return run.out;
+}
+
+}  // namespace test

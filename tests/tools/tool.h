@@ -1,0 +1,28 @@
+// One run of the program vexo.
+#ifndef TESTS_TOOLS_TOOL_H
+#define TESTS_TOOLS_TOOL_H
+
+#include <string>
+#include <vector>
+
+namespace test {
+
+struct Outcome {
+    int status;  // -1 when a signal ended it
+    std::string out;
+    std::string err;
+};
+
+// Runs a program to its end; the first word is its path. Assignments before that are its
+// environment beside our own: {"NO_COLOR=1", VEXO_TOOL, "info"}.
+Outcome run_program(std::vector<std::string> words);
+
+// Runs vexo with these arguments.
+Outcome vexo(std::vector<std::string> arguments);
+
+// The output of a shell's script. A failure of the script fails the test.
+std::string shell(const std::string& script);
+
+}  // namespace test
+
+#endif

@@ -1,0 +1,20 @@
+#include "tools/vexo/commands.h"
+
+namespace tool {
+namespace {
+
+using AddCommand = void (*)(CLI::App& app, Context& context);
+
+constexpr AddCommand kCommands[] = {
+    add_completion,
+};
+
+}  // namespace
+
+void add_commands(CLI::App& app, Context& context) {
+    for (const AddCommand add : kCommands) {
+        add(app, context);
+    }
+}
+
+}  // namespace tool

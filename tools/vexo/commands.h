@@ -1,0 +1,28 @@
+// The commands of the tool: each tells CLI11 of itself, and leaves in the context what is to run
+// when it was the one named.
+#ifndef TOOLS_VEXO_COMMANDS_H
+#define TOOLS_VEXO_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "tools/vexo/failure.h"
+#include "tools/vexo/options.h"
+#include "tools/vexo/output.h"
+
+namespace tool {
+
+struct Context {
+    Options options;
+    Output output{options};
+    std::function<Exit()> run;  // set by the command that was named
+};
+
+void add_completion(CLI::App& app, Context& context);
+
+// All of the above, in the order in which --help lists them.
+void add_commands(CLI::App& app, Context& context);
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,28 @@
+// The options that every command of the tool knows.
+#ifndef TOOLS_VEXO_OPTIONS_H
+#define TOOLS_VEXO_OPTIONS_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace tool {
+
+struct Options {
+    std::string host = "127.0.0.1";
+    std::string raw;      // interface of the fast path; empty: TCP
+    std::string attach;   // URL of a running `vexo serve`; empty: a session of our own
+    std::string capture;  // interface or pcap file to listen to; empty: a session of our own
+    int mode = 2;
+    double timeout_s = 5;
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+    std::string color = "auto";
+};
+
+// They are taken before and after the command's name.
+void add_options(CLI::App& app, Options& options);
+
+}  // namespace tool
+
+#endif
