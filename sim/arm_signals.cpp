@@ -10,7 +10,7 @@ namespace {
 
 // The type code that goes with a C++ type, so that no signal states its type twice.
 template <typename T>
-constexpr Type type_of;
+constexpr Type type_of = T::has_no_type_code;
 template <>
 constexpr Type type_of<bool> = Type::boolean;
 template <>
