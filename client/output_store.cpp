@@ -52,10 +52,18 @@ void copy_store(const Dataspace& dataspace, uint8_t* buffer, uint32_t size) {
 
 }  // namespace
 
-void show_package(Dataspace& dataspace, StoreSequence& sequence, const uint8_t* package,
-                  size_t size) {
+void store_claimed(uint8_t (&buffer)[kBufferSize], std::span<const uint8_t> bytes, size_t claimed) {
+    const size_t size = std::min(bytes.size(), sizeof buffer);
+    racing_copy(buffer, bytes.data(), size);
+    if (size < std::min(claimed, sizeof buffer)) {
+        racing_clear(buffer + size, std::min(claimed, sizeof buffer) - size);
+    }
+}
+
+void show_package(Dataspace& dataspace, StoreSequence& sequence, std::span<const uint8_t> bytes,
+                  size_t claimed) {
     const Writing writing(sequence);
-    racing_copy(dataspace.output_store, package, std::min(size, sizeof dataspace.output_store));
+    store_claimed(dataspace.output_store, bytes, claimed);
 }
 
 void clear_store(Dataspace& dataspace, StoreSequence& sequence) {

@@ -5,6 +5,7 @@
 #define CLIENT_OUTPUT_STORE_H
 
 #include <atomic>
+#include <span>
 
 #include "client/dataspace.h"
 
@@ -12,9 +13,13 @@ namespace vexo {
 
 using StoreSequence = std::atomic<uint32_t>;
 
-// Make `size` bytes the latest package, or zero the whole store. Receive thread only.
-void show_package(Dataspace& dataspace, StoreSequence& sequence, const uint8_t* package,
-                  size_t size);
+// Puts `bytes` into a buffer that another thread may be reading. The first word of them claims so
+// many; what is not there of that counts as zero.
+void store_claimed(uint8_t (&buffer)[kBufferSize], std::span<const uint8_t> bytes, size_t claimed);
+
+// Make these bytes the latest package, or zero the whole store. Receive thread only.
+void show_package(Dataspace& dataspace, StoreSequence& sequence, std::span<const uint8_t> bytes,
+                  size_t claimed);
 void clear_store(Dataspace& dataspace, StoreSequence& sequence);
 
 // Copies the latest package by its own length word. One that is longer than `size` is cut to

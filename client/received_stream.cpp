@@ -6,11 +6,13 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
-#include "client/message.h"
-#include "base/racing_copy.h"
 #include "base/error_text.h"
+#include "base/racing_copy.h"
+#include "client/message.h"
 #include "net/raw_internal.h"
+#include "net/raw_socket.h"
 
 namespace vexo {
 
@@ -24,8 +26,8 @@ constexpr long kNothingReceived = -101;
 // So many frames at most are passed over at a stretch, so that one busy link cannot hold up the
 // others.
 constexpr int kFramesPerPass = 64;
-// A link that brings good and bad frames by turns must not fill the log.
-constexpr int kFailureLinesPerSecond = 10;
+// A link that brings many bad frames must not fill the log.
+constexpr int kBadFrameLinesPerSecond = 10;
 
 int64_t now_milliseconds() {
     timespec now{};
@@ -63,29 +65,31 @@ void ReceivedStream::serve_tcp(const Registration& handle, pollfd& polled) {
     const size_t length = shared(handle->output_length).load(std::memory_order_relaxed);
     if (socket != socket_) {
         socket_ = socket;
-        unpacker_ = {};
-        last_failure_ = 0;
+        packages_ = {};
+        lost_ = false;
     }
     if (polled.fd == socket && polled.revents != 0) {
-        receive_bytes(socket, length);
+        receive_bytes(socket);
     }
-    while (const size_t size = unpacker_.next(length)) {
-        show_package(*handle, *handle.store_sequence, unpacker_.package(), size);
+    for (auto package = packages_.next(length); !package.empty();
+         package = packages_.next(length)) {
+        show_package(*handle, *handle.store_sequence, package, read_u16(package.data()));
     }
-    polled.fd = resting() || unpacker_.wanted(length) == 0 ? -1 : socket;
+    polled.fd = resting() || length == 0 ? -1 : socket;
 }
 
-void ReceivedStream::receive_bytes(int socket, size_t length) {
-    const ssize_t got = recv(socket, unpacker_.room(), unpacker_.wanted(length), MSG_DONTWAIT);
+void ReceivedStream::receive_bytes(int socket) {
+    const std::span<uint8_t> room = packages_.room();
+    const ssize_t got = recv(socket, room.data(), room.size(), MSG_DONTWAIT);
     if (got > 0) {
-        last_failure_ = 0;
-        unpacker_.received(static_cast<size_t>(got));
+        lost_ = false;
+        packages_.received(static_cast<size_t>(got));
         return;
     }
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
-    if (got < 0 && worth_a_line(errno)) {
+    if (got < 0 && newly_lost()) {
         report({0, "socket_recv"}, "Receive failed - %s", ErrorText(errno).text);
     }
     rest();
@@ -114,15 +118,16 @@ void ReceivedStream::receive_frames(const Registration& handle) {
             return;
         }
         if (result < 0) {
-            if (worth_a_line(static_cast<int>(result))) {
+            const bool freed = result == SOCKET_RAW_BAD_INSTANCE;
+            if (freed ? newly_lost() : may_log()) {
                 record({0, "receive_thread"}, "Error: raw_socket_recv: %ld", result);
             }
-            if (raw_descriptor(handle->raw_socket) < 0) {
+            if (freed) {
                 return;
             }
             continue;
         }
-        last_failure_ = 0;
+        lost_ = false;
         if (std::memcmp(frame + kEthernetSource, handle->controller_mac, kMacSize) == 0) {
             take_frame(handle, code, position, static_cast<size_t>(result));
             return;
@@ -136,11 +141,12 @@ void ReceivedStream::take_frame(const Registration& handle, uint8_t code, const 
                                 size_t received) {
     uint8_t length_word[2] = {};
     std::memcpy(length_word, payload, std::min(received, sizeof length_word));
-    const size_t size = std::min<size_t>(read_u16(length_word), received);
+    const size_t claimed = read_u16(length_word);
+    const std::span<const uint8_t> brought(payload, std::min(claimed, received));
     if (code == kOutputFrame) {
-        show_package(*handle, *handle.store_sequence, payload, size);
+        show_package(*handle, *handle.store_sequence, brought, claimed);
     } else if (code == kReplyFrame) {
-        racing_copy(handle->response, payload, size);
+        store_claimed(handle->response, brought, claimed);
         sem_post(&handle->reply);
     }
 }
@@ -153,17 +159,17 @@ bool ReceivedStream::resting() const {
     return rest_until_ != 0 && now_milliseconds() < rest_until_;
 }
 
-bool ReceivedStream::worth_a_line(int failure) {
-    if (failure == last_failure_) {
-        return false;
-    }
-    last_failure_ = failure;
+bool ReceivedStream::newly_lost() {
+    return !std::exchange(lost_, true);
+}
+
+bool ReceivedStream::may_log() {
     const int64_t second = now_milliseconds() / 1000;
     if (second != line_second_) {
         line_second_ = second;
         lines_ = 0;
     }
-    return ++lines_ <= kFailureLinesPerSecond;
+    return ++lines_ <= kBadFrameLinesPerSecond;
 }
 
 }  // namespace vexo

@@ -4,7 +4,7 @@
 
 #include <poll.h>
 
-#include "client/output_unpacker.h"
+#include "client/package_stream.h"
 #include "client/registry.h"
 
 namespace vexo {
@@ -24,7 +24,7 @@ public:
 
 private:
     void serve_tcp(const Registration& handle, pollfd& polled);
-    void receive_bytes(int socket, size_t length);
+    void receive_bytes(int socket);
     void serve_raw(const Registration& handle, pollfd& polled);
     void receive_frames(const Registration& handle);
     void take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,
@@ -33,16 +33,18 @@ private:
     // cost no more than a silent one.
     void rest();
     bool resting() const;
-    // Whether to log a failure: not one that only repeats the last, and not many in a second.
-    bool worth_a_line(int failure);
+    // Whether to log that the link is lost: once, until something comes again.
+    bool newly_lost();
+    // Whether to log one more bad frame: not many in a second.
+    bool may_log();
 
     uint32_t handle_;
     bool cleared_ = false;  // the store is zero since the stream stopped
-    int socket_ = -1;       // what unpacker_ has bytes of
-    OutputUnpacker unpacker_;
-    int last_failure_ = 0;     // 0 after a good receive
+    int socket_ = -1;       // what packages_ has bytes of
+    PackageStream packages_;
+    bool lost_ = false;        // and logged
     int64_t line_second_ = 0;  // of the monotonic clock, in which
-    int lines_ = 0;            // so many failures were to be logged
+    int lines_ = 0;            // so many bad frames were to be logged
     int64_t rest_until_ = 0;   // milliseconds of the monotonic clock
 };
 

@@ -138,16 +138,18 @@ TEST(OutputStream, TakesAPackageByItsOwnLength) {
     EXPECT_TRUE(s.shows(package(40, 8)));
     s.stream(package(12, 9));
     EXPECT_TRUE(s.shows(package(12, 9)));
-    // Of a longer one as much as the recipe asks for; the rest does not count as packages.
+    // Of a longer one as much as the recipe asks for, and zeros; the rest does not count as
+    // packages.
     Bytes cut = package(5000, 3);
     s.stream(cut + package(40, 4));
     EXPECT_TRUE(s.shows(package(40, 4)));
     s.stream(cut);
     cut.resize(40);
     EXPECT_TRUE(s.shows(cut));
-    // Lengths that cannot be true count as the recipe's.
-    for (const Bytes& head : {bytes("00 00"), bytes("03 00"), bytes("FF FF")}) {
-        s.stream(head + Bytes(38, 5) + package(40, 6));
+    // Lengths that are not true cost no other package.
+    for (const Bytes& head : {bytes("00 00"), bytes("03 00"), bytes("FF FF"), bytes("20 00 55 01"),
+                              bytes("2C 00 55 01")}) {
+        s.stream(head + Bytes(40 - head.size(), 5) + package(40, 6));
         EXPECT_TRUE(s.shows(package(40, 6)));
         s.stream(package(40, 9));
         EXPECT_TRUE(s.shows(package(40, 9)));

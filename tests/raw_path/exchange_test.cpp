@@ -103,35 +103,34 @@ TEST_F(RawExchange, IgnoresUnknownCodes) {
     EXPECT_EQ(Session::finished_log("sys_log").find("raw_socket_recv"), std::string::npos);
 }
 
-TEST_F(RawExchange, LogsAFailureOnceAndNoFloodOfChangingOnes) {
+TEST_F(RawExchange, LogsBadFramesOneByOneAndNoFloodOfThem) {
     session_->start();
     Bytes altered = controller_frame(kOutput, package({2}));
     altered.back() ^= 1;
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 5; ++i) {
         robot_->send(altered);
     }
     settle();
-    EXPECT_EQ(count(Session::finished_log("sys_log"), " Error: raw_socket_recv: -103\n"), 1);
+    EXPECT_EQ(count(Session::finished_log("sys_log"), " Error: raw_socket_recv: -103\n"), 5);
     log_init();
-    Bytes wrong_marker = controller_frame(kOutput, package({3}));
+    Bytes wrong_marker = altered;
     wrong_marker[14] = 0xA7;
-    Bytes wrong_magic = controller_frame(kOutput, package({4}));
-    wrong_magic[19] = 0xB6;
-    for (int i = 0; i < 250; ++i) {
-        for (const Bytes& frame : {wrong_marker, altered, wrong_magic, altered}) {
-            robot_->send(frame);
-        }
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 300; ++i) {
+        robot_->send(altered);
+        robot_->send(wrong_marker);
         settle();
     }
+    const auto seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
     EXPECT_EQ(session_->latest(), Bytes());
     const std::string log = Session::finished_log("sys_log");
     EXPECT_THAT(log, HasSubstr(" Handle:0 "));
-    EXPECT_GE(count(log, " Error: raw_socket_recv: -102\n"), 3);
-    EXPECT_GE(count(log, " Error: raw_socket_recv: -103\n"), 3);
-    EXPECT_LT(count(log, "raw_socket_recv"), 100);
+    EXPECT_GE(count(log, " Error: raw_socket_recv: -102\n"), 2);
+    EXPECT_LE(count(log, "raw_socket_recv"), 10 * (seconds.count() + 2));
 }
 
-TEST_F(RawExchange, LyingLengthWordsReachNoFurtherThanThePayload) {
+TEST_F(RawExchange, WhatAFrameDoesNotBringOfItsLengthCountsAsZero) {
     session_->start();
     const Bytes long_package = package(Bytes(1410, 0xAA));
     for (const Bytes& payload :
@@ -141,12 +140,14 @@ TEST_F(RawExchange, LyingLengthWordsReachNoFurtherThanThePayload) {
         ASSERT_TRUE(session_->shows(long_package));
         send_output(payload);
         settle();
-        const size_t word = payload.size() > 1 ? static_cast<size_t>(payload[0] | payload[1] << 8)
-                                               : (payload.empty() ? 0 : size_t{payload[0]});
-        Bytes expected = long_package;
-        std::copy_n(payload.begin(), std::min(word, payload.size()), expected.begin());
+        Bytes brought = payload;
+        brought.resize(2);
+        const size_t word = static_cast<size_t>(brought[0] | brought[1] << 8);
+        brought = payload;
+        brought.resize(word);
+        Bytes expected = long_package + Bytes(100);
+        std::copy_n(brought.begin(), std::min(word, expected.size()), expected.begin());
         EXPECT_EQ(session_->bytes_at(kStoreOffset, expected.size()), expected) << hex(payload);
-        EXPECT_EQ(session_->bytes_at(kStoreOffset + 1414, 100), Bytes(100)) << hex(payload);
     }
 }
 

@@ -63,8 +63,10 @@ TEST_F(RawServo, TakesAnEmptyReplyForAnAcknowledgement) {
     EXPECT_EQ(session_->servo(), 0);
     robot_->send(controller_frame(kReply, {}));
     EXPECT_EQ(session_->servo(), 0);
-    robot_->send(controller_frame(kReply, {1}));
-    EXPECT_EQ(session_->servo(), 0);
+    acknowledge(7);
+    EXPECT_EQ(session_->servo(), 7);
+    robot_->send(controller_frame(kReply, {7}));
+    EXPECT_EQ(session_->servo(), 0) << "a status that did not come counts as zero";
 }
 
 TEST_F(RawServo, NeitherWaitsForNorMindsAcknowledgementsInNackMode) {
