@@ -36,7 +36,7 @@ typedef struct VexoVariableRow {
     uint8_t name_length; /* characters in `name`, at most 102 */
     char name[103];      /* ends with a zero */
     uint32_t id;         /* the controller's number of the variable */
-    uint8_t type;        /* type code 0 to 18; vexo_get_type_len() gives its width */
+    uint8_t type;        /* type code, see wire/type_codes.h */
 } VexoVariableRow;
 
 static_assert(sizeof(VexoVariableRow) == 112, "layout");

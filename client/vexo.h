@@ -38,6 +38,7 @@
 #include "client/records.h"
 #include "log/log.h"
 #include "vexo_export.h"
+#include "wire/type_codes.h"
 
 #include <pthread.h>
 
@@ -210,8 +211,8 @@ VEXO_API int32_t vexo_control_methods_get(uint32_t handle, uint32_t first, uint8
 VEXO_API int32_t vexo_all_recipe_get(uint32_t handle);
 
 /*
- * Width in bytes of a value with the type code in the low byte of `type`: 0, 1, 2, 6: 1; 3, 7: 2;
- * 4, 8, 10: 4; 5, 9, 11: 8; 14: 12; 12, 15, 16, 17: 24; 13: 48; 18: 255; any other: 0.
+ * Width in bytes of a value with the type code in the low byte of `type` (wire/type_codes.h); 0 for
+ * any other code.
  */
 VEXO_API int32_t vexo_get_type_len(int32_t type);
 

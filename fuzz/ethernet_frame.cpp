@@ -10,6 +10,7 @@
 #include "fuzz/controller.h"
 #include "fuzz/raw_link.h"
 #include "net/raw_socket.h"
+#include "wire/checksum.h"
 
 using namespace fuzz;
 
@@ -74,7 +75,7 @@ std::vector<uint8_t> sealed(Span frame) {
         const size_t payload = static_cast<size_t>(copy[kLength] | copy[kLength + 1] << 8);
         const size_t covered = std::min(copy.size() - kMessage, kPayload - kMessage + payload);
         copy[kChecksum] = copy[kChecksum + 1] = 0;
-        const uint16_t sum = vexo::internet_checksum({copy.data() + kMessage, covered});
+        const uint16_t sum = vexo::wire::internet_checksum({copy.data() + kMessage, covered});
         copy[kChecksum] = static_cast<uint8_t>(sum);
         copy[kChecksum + 1] = static_cast<uint8_t>(sum >> 8);
     }

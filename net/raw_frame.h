@@ -1,5 +1,4 @@
-// The messages of the fast path: how they are built, and how they are taken apart. Nothing here
-// touches a socket, and nothing reads or writes outside the bytes given, whatever these say.
+// The messages of the fast path as an instance sends and receives them.
 #ifndef NET_RAW_FRAME_H
 #define NET_RAW_FRAME_H
 
@@ -7,22 +6,22 @@
 #include <span>
 
 #include "net/raw_instance.h"
+#include "wire/frame.h"
 
 namespace vexo {
 
 namespace ethernet {
-inline constexpr uint16_t our_type = 0xC815;
-inline constexpr uint8_t header_length = 26;  // Ethernet's own 14 bytes and 12 of ours
+inline constexpr uint16_t our_type = wire::kEtherType;
+inline constexpr uint8_t header_length = wire::kEthernetHeader;
 }  // namespace ethernet
 
 namespace ip {
-inline constexpr uint8_t header_length = 8;
+inline constexpr uint8_t header_length = wire::kIpHeader;
 }
 
 inline constexpr uint8_t raw_marker = 0xA6;
 
-// As socket_raw_ip_cksum.
-uint16_t internet_checksum(std::span<const uint8_t> data);
+using wire::ip_header_length;
 
 // Fill in the header of a frame or message, and count the sequence number on.
 void seal_ethernet_frame(RawInstance& instance, uint8_t code, std::span<uint8_t> frame);
@@ -31,9 +30,6 @@ void seal_ip_message(RawInstance& instance, uint8_t code, std::span<uint8_t> mes
 // Checks a received frame and takes its message code. Returns the payload length, -102 or -103.
 // The payload follows the header, which 802.1Q tags put off by 4 bytes each.
 long open_ethernet_frame(const RawInstance& instance, std::span<uint8_t> frame, uint8_t& code);
-
-// The length that the IPv4 header of a datagram claims to have.
-size_t ip_header_length(std::span<const uint8_t> datagram);
 
 // Checks a received datagram, which begins with its IPv4 header, takes its message code and makes
 // its sender the peer. Returns the payload length or -102.

@@ -1,11 +1,9 @@
+#include "wire/checksum.h"
+
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 
-#include "net/raw_frame.h"
-#include "net/raw_socket.h"
-
-namespace vexo {
+namespace vexo::wire {
 namespace {
 
 // Two 64-bit words, which every x86-64 processor adds at once.
@@ -74,9 +72,4 @@ uint16_t internet_checksum(std::span<const uint8_t> data) {
     return static_cast<uint16_t>(~fold(sum));
 }
 
-}  // namespace vexo
-
-uint32_t socket_raw_ip_cksum(const uint16_t* data, int count) {
-    const size_t size = count > 0 ? static_cast<size_t>(count) : 0;
-    return vexo::internet_checksum({reinterpret_cast<const uint8_t*>(data), size});
-}
+}  // namespace vexo::wire
