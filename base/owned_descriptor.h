@@ -1,7 +1,8 @@
-// A descriptor that is closed on every way out of a function but the successful one.
+// Descriptors that the library opens.
 #ifndef BASE_OWNED_DESCRIPTOR_H
 #define BASE_OWNED_DESCRIPTOR_H
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,18 +10,24 @@
 
 namespace vexo {
 
+// One that is closed on every way out of a function but the successful one. It is never a standard
+// stream, even where the process has closed these: what is printed must not go to a controller, and
+// descriptor 0 stands for a connection that was never opened.
 class OwnedDescriptor {
 public:
-    explicit OwnedDescriptor(int fd) : fd_(fd) {}
+    // Takes what a system call has opened, or its -1.
+    explicit OwnedDescriptor(int fd) : fd_(fd) {
+        if (fd >= 0 && fd <= STDERR_FILENO) {
+            fd_ = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+            close_keeping_errno(fd);
+        }
+    }
     OwnedDescriptor(const OwnedDescriptor&) = delete;
     OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
 
-    // Closing leaves errno alone: it holds the failure that the caller is to see.
     ~OwnedDescriptor() {
         if (fd_ >= 0) {
-            const int cause = errno;
-            close(fd_);
-            errno = cause;
+            close_keeping_errno(fd_);
         }
     }
 
@@ -29,6 +36,13 @@ public:
     int release() { return std::exchange(fd_, -1); }
 
 private:
+    // errno holds the failure that the caller is to see.
+    static void close_keeping_errno(int fd) {
+        const int cause = errno;
+        close(fd);
+        errno = cause;
+    }
+
     int fd_;
 };
 

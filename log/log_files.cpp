@@ -7,22 +7,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/owned_descriptor.h"
+
 namespace vexo {
 
 namespace {
 
 constexpr size_t kNameSize = 128;
-
-// Teardown closes descriptor 0 in place of a connection that was never opened. No log file may have
-// it.
-int above_standard_streams(int file) {
-    if (file < 0 || file > STDERR_FILENO) {
-        return file;
-    }
-    const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    close(file);
-    return moved;
-}
 
 int open_truncated(const char* key) {
     char name[kNameSize];
@@ -32,7 +23,7 @@ int open_truncated(const char* key) {
             *c = '_';
         }
     }
-    return above_standard_streams(open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    return OwnedDescriptor(open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)).release();
 }
 
 // What a full disk does not take is lost.

@@ -9,9 +9,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "log/report.h"
 #include "base/error_text.h"
-#include "net/select_set.h"
+#include "base/owned_descriptor.h"
+#include "log/report.h"
+#include "net/wait.h"
 
 namespace vexo {
 
@@ -24,20 +25,10 @@ void report_error(const char* function, const char* what) {
     report({0, function}, "%s - %s", what, ErrorText(errno).text);
 }
 
-void close_keeping_errno(int fd) {
-    const int saved = errno;
-    close(fd);
-    errno = saved;
-}
-
-enum class Direction { read, write };
-
-// A null limit waits without one.
-int wait_ready(int fd, Direction direction, timeval* limit) {
-    SelectSet set;
-    const bool watched =
-        direction == Direction::read ? set.watch_reading(fd) : set.watch_writing(fd);
-    return watched ? set.wait(limit) : -1;
+// Waits until `fd` has the event; a null limit is none.
+int wait_ready(int fd, short event, const timeval* limit) {
+    pollfd watched{fd, event, 0};
+    return wait_for_events({&watched, 1}, limit);
 }
 
 // Connects `fd`; on failure reports why and returns false.
@@ -48,8 +39,7 @@ bool connect_to(int fd, const char* address, int port) {
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<uint16_t>(port));
     if (inet_pton(AF_INET, address, &peer.sin_addr) < 1) {
-        report({0, "socket_connect"}, "Invalid address %s - %s", address,
-               ErrorText(errno).text);
+        report({0, "socket_connect"}, "Invalid address %s - %s", address, ErrorText(errno).text);
         return false;
     }
     if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) < 0) {
@@ -76,22 +66,18 @@ int socket_connect(const char* address, int port) {
     if (address == nullptr) {
         address = "";
     }
-    const int fd = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    if (fd < 0) {
+    OwnedDescriptor made(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+    if (!made) {
         report({0, "socket_connect"}, "Socket creation failed for %s:%d - %s", address, port,
                ErrorText(errno).text);
         return -1;
     }
-    if (!connect_to(fd, address, port)) {
-        close_keeping_errno(fd);
-        return -1;
-    }
-    return fd;
+    return connect_to(made.get(), address, port) ? made.release() : -1;
 }
 
 int socket_send(int fd, const void* data, unsigned int length) {
-    timeval limit{0, kSendWaitMicroseconds};
-    const int ready = wait_ready(fd, Direction::write, &limit);
+    const timeval limit{0, kSendWaitMicroseconds};
+    const int ready = wait_ready(fd, POLLOUT, &limit);
     if (ready < 0) {
         report_error("socket_send", "Select error");
         return -1;
@@ -110,8 +96,8 @@ int socket_send(int fd, const void* data, unsigned int length) {
 }
 
 int socket_recv(int fd, void* buffer, unsigned int capacity, int timeout) {
-    timeval limit{timeout / 1000000, timeout % 1000000};
-    const int ready = wait_ready(fd, Direction::read, timeout < 0 ? nullptr : &limit);
+    const timeval limit{0, timeout};
+    const int ready = wait_ready(fd, POLLIN, timeout < 0 ? nullptr : &limit);
     if (ready < 0) {
         report_error("socket_recv", "Select error");
         return VEXO_SOCKET_ERROR;

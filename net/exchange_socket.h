@@ -4,9 +4,8 @@
  *
  * Failures are printed on standard output and logged under handle 0 and the function's name, with
  * the system's text for errno, e.g. "Connection failed - Connection refused (errno: 111)"; errno is
- * left as the failing system call set it. Any thread may call these functions. Descriptors that are
- * negative or beyond what select() can hold (1024 and up) are answered as the system answers a bad
- * descriptor: "Select error - ..." with EBADF.
+ * left as the failing system call set it. Any thread may call these functions. Descriptors may have
+ * any number; one that is not open is answered with "Select error - ..." and EBADF.
  */
 #ifndef NET_EXCHANGE_SOCKET_H
 #define NET_EXCHANGE_SOCKET_H
@@ -29,8 +28,8 @@ VEXO_API const char* socket_get_error_desc(int error_number);
 /*
  * Connects to a dotted IPv4 address (null counts as empty) and a TCP port (host order). Blocks
  * until the connection stands, is refused, or two repeated SYNs (TCP_SYNCNT 2, about 7 seconds)
- * were not answered. Returns the descriptor (0 or more), or -1; then no descriptor is left open,
- * and one of these was printed and logged:
+ * were not answered. Returns the descriptor (3 or more, close-on-exec), or -1; then no descriptor is
+ * left open, and one of these was printed and logged:
  *   "Socket creation failed for <address>:<port> - <error>"
  *   "Invalid address <address> - <error>"    (a malformed address does not set errno)
  *   "Connection failed - <error>"

@@ -72,7 +72,7 @@ int bind_to_interface(int socket, int index) {
 }  // namespace
 
 int socket_raw_icmp_create(uint16_t protocol) {
-    const int fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, protocol);
+    const int fd = OwnedDescriptor(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, protocol)).release();
     if (fd == -1) {
         return -1;
     }
@@ -82,7 +82,8 @@ int socket_raw_icmp_create(uint16_t protocol) {
 }
 
 int socket_raw2_icmp_create(const char* interface_name, uint32_t* interface_index) {
-    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ethernet::our_type));
+    OwnedDescriptor made(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ethernet::our_type)));
+    const int fd = made.release();  // stays open whatever follows
     if (fd == -1) {
         return -1;
     }

@@ -1,58 +1,86 @@
 #include "net/select.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <span>
+#include <memory>
+#include <new>
 
 #include "net/out.h"
-#include "net/select_set.h"
+#include "net/wait.h"
 
 namespace {
 
-// The time goes into the microseconds alone, so that a million and more are refused.
-timeval microseconds(unsigned int timeout_us) {
-    return {.tv_sec = 0, .tv_usec = static_cast<suseconds_t>(timeout_us)};
+constexpr unsigned int one_second_us = 1'000'000;
+
+int fail_with(int cause) {
+    errno = cause;
+    return -1;
 }
 
-bool watch_reading(vexo::SelectSet& set, std::span<const int> fds) {
-    for (const int fd : fds) {
-        if (!set.watch_reading(fd)) {
+// The descriptors of one wait, each of them once and in order. Those of an application's cycle have
+// room here; more are allocated.
+class ReadList {
+public:
+    // Returns whether there was room.
+    bool take(std::span<const int> fds) {
+        if (fds.size() > std::size(few_)) {
+            many_.reset(new (std::nothrow) pollfd[fds.size()]);
+        }
+        pollfd* const first = fds.size() > std::size(few_) ? many_.get() : few_;
+        if (first == nullptr) {
             return false;
         }
+        pollfd* last = first;
+        for (const int fd : fds) {
+            *last++ = {fd, POLLIN, 0};
+        }
+        std::ranges::sort(first, last, {}, &pollfd::fd);
+        last = std::ranges::unique(first, last, {}, &pollfd::fd).begin();
+        list_ = {first, last};
+        return true;
     }
-    return true;
-}
+
+    std::span<pollfd> get() const { return list_; }
+    bool readable(int fd) const {
+        return std::ranges::lower_bound(list_, fd, {}, &pollfd::fd)->revents != 0;
+    }
+
+private:
+    pollfd few_[64];
+    std::unique_ptr<pollfd[]> many_;
+    std::span<pollfd> list_;
+};
 
 }  // namespace
 
 int sys_generic_select(int fd, unsigned int timeout_us, uint32_t* events) {
     vexo::store(events, 0);
-    timeval limit = microseconds(timeout_us);
-    vexo::SelectSet set;
-    if (!set.watch_reading(fd) || !set.watch_writing(fd)) {
-        return -1;
+    if (timeout_us >= one_second_us) {
+        return fail_with(EINVAL);
     }
-    const int ready = set.wait_through_signals(&limit);
+    timeval limit{.tv_sec = 0, .tv_usec = timeout_us};
+    pollfd watched{fd, POLLIN | POLLOUT, 0};
+    const int ready = vexo::wait_through_signals({&watched, 1}, &limit);
     if (ready > 0) {
-        vexo::store(events, (set.readable(fd) ? SYS_GENERIC_SELECT_READABLE : 0) |
-                                (set.writable(fd) ? SYS_GENERIC_SELECT_WRITABLE : 0));
+        vexo::store(events, (watched.revents & POLLIN ? SYS_GENERIC_SELECT_READABLE : 0) |
+                                (watched.revents & POLLOUT ? SYS_GENERIC_SELECT_WRITABLE : 0));
     }
     return ready;
 }
 
 int sys_generic_select_multiread(const int* fds, unsigned int count, unsigned int timeout_us,
                                  uint32_t* ready) {
-    if (fds == nullptr && count > 0) {
-        errno = EINVAL;
-        return -1;
+    if (timeout_us >= one_second_us || (fds == nullptr && count > 0)) {
+        return fail_with(EINVAL);
     }
-    timeval limit = microseconds(timeout_us);
-    vexo::SelectSet set;
-    if (!watch_reading(set, {fds, count})) {
-        return -1;
+    ReadList list;
+    if (!list.take({fds, count})) {
+        return fail_with(ENOMEM);
     }
-    const int number = set.wait_through_signals(&limit);
+    timeval limit{.tv_sec = 0, .tv_usec = timeout_us};
+    const int number = vexo::wait_through_signals(list.get(), &limit);
     for (unsigned int i = 0; number > 0 && ready != nullptr && i < count; ++i) {
-        if (set.readable(fds[i])) {
+        if (list.readable(fds[i])) {
             ready[i] = 1;
         }
     }

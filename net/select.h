@@ -1,9 +1,9 @@
 /* Waiting for one descriptor (reading and writing) or for many (reading).
  *
- * Both functions wait in one select call, which they make again for the rest of the time when a
- * signal handler interrupts it. They need no set-up, keep no state, print and log nothing, and may
- * be called from any thread. A timeout is in microseconds, 0 (a look without waiting) to 999999: a
- * longer one is refused. Descriptors must be below FD_SETSIZE (1024, <sys/select.h>). */
+ * Both functions answer as select(2) does, for descriptors of any number, and go on waiting for the
+ * rest of the time when a signal handler interrupts them. They need no set-up, keep no state, print
+ * and log nothing, and may be called from any thread. A timeout is in microseconds, 0 (a look
+ * without waiting) to 999999: a longer one is refused. */
 #ifndef NET_SELECT_H
 #define NET_SELECT_H
 
@@ -25,7 +25,7 @@ VEXO_C_BEGIN
  *
  * Returns the number of events (1 or 2); 0 when the time is over; -1 with errno
  *   EINVAL  `timeout_us` is 1000000 or more,
- *   EBADF   `fd` is negative, FD_SETSIZE or above, or not open. */
+ *   EBADF   `fd` is not open. */
 VEXO_API int sys_generic_select(int fd, unsigned int timeout_us, uint32_t* events);
 
 /* Waits until at least one of the `count` descriptors at `fds` can be read without blocking, at
@@ -37,7 +37,8 @@ VEXO_API int sys_generic_select(int fd, unsigned int timeout_us, uint32_t* event
  * Returns the number of readable descriptors, one that is listed twice counted once; 0 when the
  * time is over; -1 with errno
  *   EINVAL  `timeout_us` is 1000000 or more, or `fds` is null with a `count` above 0,
- *   EBADF   a descriptor is negative, FD_SETSIZE or above, or not open. */
+ *   EBADF   a descriptor is not open,
+ *   ENOMEM  there is no memory for a list of more than 64 (shorter ones need none). */
 VEXO_API int sys_generic_select_multiread(const int* fds, unsigned int count,
                                           unsigned int timeout_us, uint32_t* ready);
 

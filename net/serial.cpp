@@ -7,8 +7,8 @@
 #include <iterator>
 
 #include "net/out.h"
-#include "net/select_set.h"
 #include "net/serial_line.h"
+#include "net/wait.h"
 
 namespace {
 

@@ -53,7 +53,7 @@ VEXO_C_BEGIN
  *              fails after it; left alone when the device cannot be opened or is no terminal
  *
  * The device is opened for reading and writing, non-blocking, close-on-exec and not as controlling
- * terminal. No translation, echo, signal characters or flow control of any kind is in force.
+ * terminal; its descriptor is never 0, 1 or 2. No translation, echo, signal characters or flow control of any kind is in force.
  *
  * Returns 0, or -1 when no channel is free or the device cannot be opened or configured; the
  * channel then stays free and the device is closed. Does not wait for the line. */
@@ -82,10 +82,9 @@ VEXO_API long tty_send(int channel, const void* data, unsigned int length);
 VEXO_API long tty_recv(int channel, void* buffer, int capacity);
 
 /* Tells whether there is something to receive.
- * Real: waits at most `limit` (null: no limit), which goes to select(2) as it is and takes what
- * remains of the time; a signal handler does not end the wait. Returns 1 when readable (a line that
- * has hung up included), 0 when the time is over, -1 on an error: EBADF for a descriptor of
- * FD_SETSIZE (1024) or above.
+ * Real: waits at most `limit` (null: no limit; microseconds may be a million and more), which takes
+ * what remains of the time; a signal handler does not end the wait. Returns 1 when readable (a line
+ * that has hung up included), 0 when the time is over, -1 on an error: EINVAL for a negative limit.
  * Virtual: returns 1 when received data waits, otherwise 0, at once.
  * Returns 0 for a number outside 0 to 4. */
 VEXO_API int tty_select(int channel, struct timeval* limit);

@@ -9,10 +9,10 @@
 
 #include <cerrno>
 
-#include "net/ipv4_address.h"
 #include "base/owned_descriptor.h"
 #include "base/retry.h"
-#include "net/select_set.h"
+#include "net/ipv4_address.h"
+#include "net/wait.h"
 
 using vexo::Ipv4Address;
 using vexo::OwnedDescriptor;
@@ -30,12 +30,9 @@ int fail_with(int cause) {
 
 // Waits half a second for a connection that is on its way.
 int finish_connect(int fd) {
-    timeval limit{.tv_sec = 0, .tv_usec = 500'000};
-    vexo::SelectSet set;
-    if (!set.watch_writing(fd)) {
-        return -1;
-    }
-    const int ready = set.wait(&limit);
+    const timeval limit{.tv_sec = 0, .tv_usec = 500'000};
+    pollfd watched{fd, POLLOUT, 0};
+    const int ready = vexo::wait_for_events({&watched, 1}, &limit);
     if (ready < 1) {
         return ready == 0 ? fail_with(ETIMEDOUT) : -1;
     }
@@ -101,7 +98,7 @@ int socket_tcp_listen(int port, uint32_t address, int backlog) {
 }
 
 int socket_tcp_accept(int listening_fd) {
-    return accept(listening_fd, nullptr, nullptr);
+    return OwnedDescriptor(accept4(listening_fd, nullptr, nullptr, SOCK_CLOEXEC)).release();
 }
 
 int socket_tcp_select(int fd, timeval* limit, int) {

@@ -3,8 +3,8 @@
  *
  * Addresses are 32-bit numbers and ports are numbers in host byte order (127.0.0.1 is 0x7F000001);
  * only the low 16 bits of a port count. A descriptor is a plain int that belongs to the caller, who
- * closes it with socket_tcp_close. A function that fails leaves the cause in errno and no
- * descriptor behind. Nothing here prints, logs or keeps state: every function may be called from
+ * closes it with socket_tcp_close; it is never 0, 1 or 2. A function that fails leaves the cause in
+ * errno and no descriptor behind. Nothing here prints, logs or keeps state: every function may be called from
  * any thread, and different threads may use one socket as the system allows. */
 #ifndef NET_TCP_H
 #define NET_TCP_H
@@ -38,7 +38,6 @@ VEXO_API void socket_tcp_set_keepalive(int fd);
  *   ECONNREFUSED  nobody listens there,
  *   ETIMEDOUT     no answer in time,
  *   EINTR         a signal handler ran during the wait: it is not resumed,
- *   EBADF         non-blocking, and the descriptor would be FD_SETSIZE (1024) or above,
  *   EINVAL        `fd` is null. */
 VEXO_API int socket_tcp_connect(int* fd, int port, uint32_t address, int blocking);
 
@@ -52,16 +51,15 @@ VEXO_API void socket_tcp_close(int* fd);
 VEXO_API int socket_tcp_listen(int port, uint32_t address, int backlog);
 
 /* Accepts one connection; on a blocking listener it waits for it without limit. The new descriptor
- * is blocking, is inherited across exec, and has none of the options above.
+ * is blocking, has the close-on-exec flag, and none of the options above.
  * Returns the descriptor, or -1 (EINTR when a signal handler ran during the wait). */
 VEXO_API int socket_tcp_accept(int listening_fd);
 
 /* Waits until `fd` can be read without blocking; an orderly close and a pending connection of a
- * listener count. `limit` (null: no limit) goes to select(2) as it is, which leaves in it what
+ * listener count. `limit` (null: no limit; microseconds may be a million and more) takes what
  * remains of the time. A signal handler does not end the wait. `unused` has no meaning.
  * Returns 1 when readable, 0 when the time is over, -1 on an error: EBADF for a descriptor that is
- * negative, FD_SETSIZE (1024) or above, or not open; EINVAL for a negative limit or a microsecond
- * field of 1,000,000 and more. */
+ * not open, EINVAL for a negative limit. */
 VEXO_API int socket_tcp_select(int fd, struct timeval* limit, int unused);
 
 /* Discards received bytes, at most 1400 a call, without waiting: call it until it returns -1.

@@ -3,15 +3,15 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include "base/owned_descriptor.h"
 #include "net/ipv4_address.h"
 #include "net/out.h"
-#include "base/owned_descriptor.h"
 #include "net/tcp.h"
 
 using vexo::Ipv4Address;
 
 int socket_udp_create(int port, uint32_t address) {
-    vexo::OwnedDescriptor made(socket(AF_INET, SOCK_DGRAM, 0));
+    vexo::OwnedDescriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const Ipv4Address local(address, port);
     const bool bound = static_cast<uint16_t>(port) != 0;
     if (!made || (bound && bind(made.get(), local.get(), local.size()) != 0)) {

@@ -2,8 +2,8 @@
  *
  * Addresses are 32-bit numbers and ports are numbers in host byte order (127.0.0.1 is 0x7F000001);
  * only the low 16 bits of a port count. A descriptor is a plain int that belongs to the caller, who
- * closes it with socket_udp_close. A function that fails leaves the cause in errno. Nothing here
- * prints, logs or keeps state: every function may be called from any thread. */
+ * closes it with socket_udp_close; it is never 0, 1 or 2. A function that fails leaves the cause in
+ * errno. Nothing here prints, logs or keeps state: every function may be called from any thread. */
 #ifndef NET_UDP_H
 #define NET_UDP_H
 
@@ -13,9 +13,9 @@
 
 VEXO_C_BEGIN
 
-/* Makes a blocking datagram socket, which is inherited across exec. It is bound to `port` of the
- * local address (0: all addresses), or left unbound when `port` is 0: the system then chooses the
- * port at the first send, and `address` has no meaning.
+/* Makes a blocking datagram socket with the close-on-exec flag. It is bound to `port` of the local
+ * address (0: all addresses), or left unbound when `port` is 0: the system then chooses the port at
+ * the first send, and `address` has no meaning.
  * Returns the descriptor, or -1, e.g. EADDRINUSE. Does not block. */
 VEXO_API int socket_udp_create(int port, uint32_t address);
 

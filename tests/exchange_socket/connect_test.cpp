@@ -93,16 +93,6 @@ TEST(SocketConnect, ReportsAMalformedAddressWithWhateverErrnoHolds) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST(SocketConnect, PrintsALongAddressWholeAndLogsItsBeginning) {
-    const std::string address(3000, '1');
-    const Outcome outcome = outcome_of([&] { return socket_connect(address.c_str(), 2297); });
-    const std::string text = "Invalid address " + address + " - Success (errno: 0)";
-    EXPECT_EQ(outcome.printed, text + "\n");
-    EXPECT_EQ(outcome.logged,
-              std::vector<std::string>{"Function:socket_connect Handle:0 " + text.substr(0, 1023)});
-    EXPECT_EQ(log_string, text.substr(0, 1023));
-}
-
 TEST(SocketConnect, ReportsThatThereIsNoDescriptor) {
     const Outcome outcome = outcome_of([] {
         log_write(0, "f", "opens the file");
@@ -134,11 +124,4 @@ TEST(SocketErrorDescription, GivesTheSystemsTextAndTheNumber) {
         EXPECT_EQ(errno, EPIPE);
     }
     EXPECT_EQ(socket_get_error_desc(EPIPE), socket_get_error_desc(ENOENT)) << "one buffer";
-}
-
-TEST(SocketClose, ReturnsWhatTheSystemSays) {
-    const Outcome outcome = outcome_of([] { return socket_close(-1); });
-    EXPECT_EQ(outcome.result, -1);
-    EXPECT_EQ(outcome.error, EBADF);
-    expect_silence(outcome);
 }

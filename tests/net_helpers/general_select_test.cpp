@@ -74,18 +74,13 @@ TEST(GeneralSelect, RefusesAMillionMicroseconds) {
         EXPECT_EQ(sys_generic_select_multiread(&link.client, 1, timeout, &events), -1) << timeout;
         EXPECT_EQ(errno, EINVAL) << timeout;
     }
-    timeval limit{0, 1'000'000};
-    EXPECT_EQ(socket_tcp_select(link.client, &limit, 0), -1);
-    EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(GeneralSelect, RefusesDescriptorsOutsideTheSet) {
+TEST(GeneralSelect, RefusesDescriptorsThatAreNotOpen) {
     TcpLink link;
     const int closed = dup(link.client);
     close(closed);
-    std::vector<int> bad(std::begin(test::bad_descriptors), std::end(test::bad_descriptors));
-    bad.push_back(closed);
-    for (const int fd : bad) {
+    for (const int fd : {-1, INT_MIN, INT_MAX, closed}) {
         uint32_t events = 99;
         errno = 0;
         EXPECT_EQ(sys_generic_select(fd, 0, &events), -1) << fd;
@@ -110,22 +105,22 @@ TEST(GeneralSelect, MarksTheReadableOfManyAndLeavesTheOthers) {
     TcpLink first;
     TcpLink second;
     TcpLink third;
-    const int highest = fcntl(third.client, F_DUPFD, FD_SETSIZE - 1);
-    const int fds[] = {highest, first.client, second.client};
-    uint32_t ready[] = {7, 7, 7};
-    EXPECT_EQ(sys_generic_select_multiread(fds, 3, 1000, ready), 0);
+    const int fds[] = {third.client, first.client, second.client, first.client};
+    uint32_t ready[] = {7, 7, 7, 7};
+    EXPECT_EQ(sys_generic_select_multiread(fds, 4, 1000, ready), 0);
     EXPECT_EQ(ready[0], 7u);
 
     send_byte(first.server);
     send_byte(third.server);
     ASSERT_EQ(socket_tcp_select(first.client, nullptr, 0), 1);
     ASSERT_EQ(socket_tcp_select(third.client, nullptr, 0), 1);
-    EXPECT_EQ(sys_generic_select_multiread(fds, 3, 1000, ready), 2);
+    EXPECT_EQ(sys_generic_select_multiread(fds, 4, 1000, ready), 2)
+        << "one that is listed twice counts once";
     EXPECT_EQ(ready[0], 1u);
     EXPECT_EQ(ready[1], 1u);
     EXPECT_EQ(ready[2], 7u);
-    EXPECT_EQ(sys_generic_select_multiread(fds, 3, 1000, nullptr), 2);
-    close(highest);
+    EXPECT_EQ(ready[3], 1u);
+    EXPECT_EQ(sys_generic_select_multiread(fds, 4, 1000, nullptr), 2);
 }
 
 TEST(GeneralSelect, WaitsForNoneOfNone) {

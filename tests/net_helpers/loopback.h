@@ -7,16 +7,12 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <climits>
 #include <cstdint>
 
 #include "net/tcp.h"
 #include "tests/support/process.h"
 
 namespace test {
-
-// None of these has a place in a select set.
-inline constexpr int bad_descriptors[] = {-1, INT_MIN, FD_SETSIZE, INT_MAX};
 
 inline uint32_t own_address(int number = 1) {
     return ntohl(inet_addr(own_loopback(number).c_str()));

