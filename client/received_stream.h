@@ -4,8 +4,8 @@
 
 #include <poll.h>
 
-#include "client/package_stream.h"
 #include "client/registry.h"
+#include "wire/package_stream.h"
 
 namespace vexo {
 
@@ -41,7 +41,7 @@ private:
     uint32_t handle_;
     bool cleared_ = false;  // the store is zero since the stream stopped
     int socket_ = -1;       // what packages_ has bytes of
-    PackageStream packages_;
+    wire::PackageStream packages_;
     bool lost_ = false;        // and logged
     int64_t line_second_ = 0;  // of the monotonic clock, in which
     int lines_ = 0;            // so many bad frames were to be logged

@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "client/package_stream.h"
 #include "client/vexo.h"
 #include "fuzz/input.h"
+#include "wire/package_stream.h"
 
 using namespace fuzz;
 
@@ -16,7 +16,7 @@ namespace {
 using Packages = std::vector<std::vector<uint8_t>>;
 
 Packages unpack(Span stream, size_t length, size_t piece) {
-    const auto packages = std::make_unique<vexo::PackageStream>();
+    const auto packages = std::make_unique<vexo::wire::PackageStream>();
     Packages shown;
     while (!stream.empty() && length > 0) {
         const auto room = packages->room();

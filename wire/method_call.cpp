@@ -64,7 +64,11 @@ void Argument::write(MessageWriter& message) const {
 MessageWriter method_call(std::span<uint8_t> buffer, uint16_t method,
                           std::span<const Argument> arguments) {
     MessageWriter message(buffer, Letter::method_call);
-    message.u16(method).u8(static_cast<uint8_t>(arguments.size()));
+    size_t count = 0;
+    for (const Argument& argument : arguments) {
+        count += argument.counts();
+    }
+    message.u16(method).u8(static_cast<uint8_t>(count));
     for (const Argument& argument : arguments) {
         argument.write(message);
     }

@@ -25,6 +25,8 @@ public:
     static Argument array(uint8_t element_type, std::span<const uint8_t> elements);
 
     bool fits() const;
+    // As how many arguments the controller counts it: an array as two, as in the set-points.
+    size_t counts() const { return type_ == VEXO_TYPE_ARRAY ? 2 : 1; }
     void write(MessageWriter& message) const;
 
 private:

@@ -7,7 +7,7 @@
 namespace vexo::wire {
 
 // The version word that asks for `mode`. From 3 on cyclic data goes in raw frames, and only there
-// `nack` has a meaning.
+// `nack` has a meaning. A negative mode has all flags set by its sign, that of raw frames included.
 uint64_t version_word(int64_t mode, bool nack);
 
 // `host` is sent when the word asks for raw frames, which then come to that address.

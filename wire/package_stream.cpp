@@ -1,19 +1,22 @@
-#include "client/package_stream.h"
+#include "wire/package_stream.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace vexo {
+#include "wire/package.h"
+
+namespace vexo::wire {
 
 namespace {
 
-constexpr size_t kHeader = 4;  // u16 length of the package, 'U', recipe number
+// Where a package's header has them.
 constexpr size_t kLetter = 2;
 constexpr size_t kRecipeNumber = 3;
+constexpr auto kPackage = static_cast<uint8_t>(Letter::package);
 
 // Where a package that says `word` ends by its word; at the recipe's boundary when that cannot be.
 size_t end_by_word(size_t word, size_t recipe) {
-    return word < kHeader || word > PackageStream::kLongestPackage ? recipe : word;
+    return word < kPackageHeader || word > PackageStream::kLongestPackage ? recipe : word;
 }
 
 // How much of a package that says `word` is shown.
@@ -72,17 +75,17 @@ size_t PackageStream::boundary(size_t recipe) const {
         return recipe;
     }
     const size_t there = waiting().size();
-    if (there < near + kHeader) {
+    if (there < near + kPackageHeader) {
         return 0;
     }
     if (!begins_at(near, recipe)) {
         return far;
     }
     const size_t due = near + shown_size(word_at(near), recipe);
-    if (word_at(near) == recipe || due < far + kHeader) {
+    if (word_at(near) == recipe || due < far + kPackageHeader) {
         return near;
     }
-    if (there < far + kHeader) {
+    if (there < far + kPackageHeader) {
         return 0;
     }
     return begins_at(far, recipe) && word_at(far) == recipe ? far : near;
@@ -94,8 +97,9 @@ size_t PackageStream::boundary(size_t recipe) const {
 bool PackageStream::begins_at(size_t position, size_t recipe) const {
     const uint8_t* front = bytes_ + begin_;
     const uint8_t* header = front + position;
-    return header[kLetter] == 'U' && (header[kRecipeNumber] == front[kRecipeNumber] ||
-                                      front[kLetter] != 'U' || word_at(position) == recipe);
+    return header[kLetter] == kPackage &&
+           (header[kRecipeNumber] == front[kRecipeNumber] || front[kLetter] != kPackage ||
+            word_at(position) == recipe);
 }
 
 uint16_t PackageStream::word_at(size_t position) const {
@@ -109,4 +113,4 @@ void PackageStream::skip(size_t count) {
     passing_ = count - here;
 }
 
-}  // namespace vexo
+}  // namespace vexo::wire

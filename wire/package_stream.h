@@ -1,12 +1,12 @@
 // Takes the byte stream of output packages apart.
-#ifndef CLIENT_PACKAGE_STREAM_H
-#define CLIENT_PACKAGE_STREAM_H
+#ifndef WIRE_PACKAGE_STREAM_H
+#define WIRE_PACKAGE_STREAM_H
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
-namespace vexo {
+namespace vexo::wire {
 
 // Packages follow one another at the length of their recipe, and the stream stays in step whatever
 // their length words say. A package that says less is shown by its word as soon as so much of it is
@@ -41,6 +41,6 @@ private:
     bool shown_ = false;  // the package at the front was handed out
 };
 
-}  // namespace vexo
+}  // namespace vexo::wire
 
 #endif

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "client/package_stream.h"
 #include "tests/support/scripted_peer.h"
+#include "wire/package_stream.h"
 
 using namespace test;
 
@@ -85,7 +85,7 @@ protected:
 
     // Checks that each package is shown with the piece that brings the last byte it needs.
     void play_in_pieces_of(size_t cut) const {
-        const auto packages = std::make_unique<vexo::PackageStream>();
+        const auto packages = std::make_unique<vexo::wire::PackageStream>();
         std::vector<Bytes> shown;
         for (size_t at = 0; at < stream_.size();) {
             const auto room = packages->room();
