@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "sim/simulator.h"
+#include "sim/types.h"
 
 namespace sim {
 
@@ -38,6 +38,7 @@ struct Arm {
     bool log_output = false;
 
     double time = 0;        // s since the start
+    double ahead = 0;       // s that the controller shows more
     uint64_t cycles = 0;    // advances since the start
     uint32_t package = 0;   // number of the package that is being sent, 1 after each start
     uint32_t sequence = 0;  // of the latest set-point

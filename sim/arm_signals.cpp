@@ -148,8 +148,9 @@ Pose flange_speed(const Arm& arm) {
 }
 
 void add_times_and_counters(Collector& c) {
-    c.add("controller_time", [](const Arm& a) { return a.time; });
-    c.add("controller_time_us", [](const Arm& a) { return static_cast<uint64_t>(a.time * 1e6); });
+    c.add("controller_time", [](const Arm& a) { return a.time + a.ahead; });
+    c.add("controller_time_us",
+          [](const Arm& a) { return static_cast<uint64_t>((a.time + a.ahead) * 1e6); });
     c.add("package_counter", [](const Arm& a) { return a.package; });
     c.add("cycle_counter", [](const Arm& a) { return a.cycles; });
     c.add("uptime_seconds", [](const Arm& a) { return static_cast<uint32_t>(a.time); });

@@ -1,5 +1,6 @@
 #include "sim/catalogue.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -90,6 +91,14 @@ size_t width(Type type) {
                                          4, 8, 24, 48, 12, 24, 24, 24, 255};
     const auto code = static_cast<size_t>(type);
     return code < sizeof widths ? widths[code] : 0;
+}
+
+void Catalogue::check() const {
+    const auto fits = [](const auto& entry) { return entry.name.size() <= 255; };
+    if (!std::ranges::all_of(outputs, fits) || !std::ranges::all_of(inputs, fits) ||
+        !std::ranges::all_of(methods, fits)) {
+        reject("a name is longer than 255 characters");
+    }
 }
 
 Catalogue Catalogue::from_json(const std::string& text) {

@@ -61,6 +61,8 @@ struct Catalogue {
     // Throws std::invalid_argument with a text that tells what is wrong with the JSON.
     static Catalogue from_json(const std::string& text);
     std::string to_json() const;
+    // Throws std::invalid_argument when a name is longer than 255 characters.
+    void check() const;
 };
 
 }  // namespace sim

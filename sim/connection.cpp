@@ -26,6 +26,23 @@ std::optional<BytesView> first_message(BytesView data) {
     return length <= data.size() ? std::optional(data.first(length)) : std::nullopt;
 }
 
+// A message in the pieces that a fault cuts it into.
+std::vector<BytesView> pieces(BytesView message, const Fault& fault) {
+    std::vector<size_t> ends = fault.cuts;
+    for (size_t end = fault.pieces; end != 0 && end < message.size(); end += fault.pieces) {
+        ends.push_back(end);
+    }
+    ends.push_back(message.size());
+    std::vector<BytesView> result;
+    size_t begin = 0;
+    for (size_t end : ends) {
+        end = std::clamp(end, begin, message.size());
+        result.push_back(message.subspan(begin, end - begin));
+        begin = end;
+    }
+    return result;
+}
+
 }  // namespace
 
 Connection::Connection(Descriptor socket, Port port) : socket_(std::move(socket)), port_(port) {
@@ -33,48 +50,57 @@ Connection::Connection(Descriptor socket, Port port) : socket_(std::move(socket)
     setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-void Connection::receive(Controller& controller) {
+void Connection::receive(Controller& controller, bool silent) {
     uint8_t chunk[16384];
     const ssize_t got = recv(socket_.get(), chunk, sizeof chunk, MSG_DONTWAIT);
     if (got == 0 || (got < 0 && errno != EAGAIN)) {
         end(Break::close);
-        return;
-    }
-    if (got > 0 && port_ != Port::stream) {
+    } else if (got > 0 && abandoned_) {
+        end(Break::reset);
+    } else if (got > 0 && port_ != Port::stream) {
         received_.insert(received_.end(), chunk, chunk + got);
-        take_messages(controller);
+        take_messages(controller, silent);
     }
 }
 
-void Connection::take_messages(Controller& controller) {
+void Connection::take_messages(Controller& controller, bool silent) {
     BytesView rest = received_;
-    while (!ended() && !ending_) {
+    while (!ended() && !ending_ && !abandoned_) {
         const auto message = first_message(rest);
         if (!message) {
             break;
         }
-        const bool framed = Reader(*message).number<uint16_t>() == message->size();
-        const auto reply = controller.answer(port_, *message);
-        if (reply) {
-            deliver(*reply);
-        }
-        if (!framed && !ended()) {
-            // Out of step with the client: no telling where its next message begins.
-            outbox_.add({{}, Clock::now(), Break::close});
-            ending_ = true;
-            flush();
+        if (silent) {
+            controller.overhear(port_, *message);
+        } else {
+            answer(*message, controller);
         }
         rest = rest.subspan(message->size());
     }
     received_.erase(received_.begin(), received_.end() - static_cast<ptrdiff_t>(rest.size()));
 }
 
+void Connection::answer(BytesView message, Controller& controller) {
+    const auto reply = controller.answer(port_, message);
+    if (reply) {
+        deliver(*reply);
+    }
+    const bool framed = Reader(message).number<uint16_t>() == message.size();
+    if (!framed && !ended()) {
+        // Out of step with the client: no telling where its next message begins.
+        outbox_.add({{{}, Clock::now(), Break::close}});
+        ending_ = true;
+        flush();
+    }
+}
+
 bool Connection::deliver(const Outgoing& out) {
-    if (ended() || ending_ || outbox_.full() || (out.fault && out.fault->lost)) {
+    const bool open = !ended() && !ending_ && !abandoned_;
+    if (!open || outbox_.full() || (out.fault && out.fault->lost)) {
         return false;
     }
     if (out.fault || !outbox_.empty() || !send_whole(out.message)) {
-        queue(out);
+        queue(out.message, out.fault.value_or(Fault{}));
         flush();
     }
     return true;
@@ -85,7 +111,7 @@ bool Connection::send_whole(BytesView message) {
     const ssize_t sent = transmit(message);
     if (sent >= 0 && static_cast<size_t>(sent) < message.size()) {
         const BytesView rest = message.subspan(static_cast<size_t>(sent));
-        outbox_.add({Bytes(rest.begin(), rest.end()), Clock::time_point::min()});
+        outbox_.add({{Bytes(rest.begin(), rest.end()), Clock::time_point::min()}});
         flush();
     }
     return sent >= 0;
@@ -95,41 +121,38 @@ ssize_t Connection::transmit(BytesView data) {
     return send(socket_.get(), data.data(), data.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
-void Connection::queue(const Outgoing& out) {
-    const Fault fault = out.fault.value_or(Fault{});
-    const size_t size = fault.link == Break::none ? out.message.size()
-                                                  : std::min(out.message.size(), fault.link_after);
-    auto due = Clock::now() + fault.delay;
-    std::vector<size_t> ends = fault.cuts;
-    ends.push_back(size);
-    size_t begin = 0;
-    for (size_t end : ends) {
-        end = std::clamp(end, begin, size);
-        outbox_.add({Bytes(out.message.begin() + static_cast<ptrdiff_t>(begin),
-                           out.message.begin() + static_cast<ptrdiff_t>(end)),
-                     due});
-        due += fault.pause;
-        begin = end;
+void Connection::queue(BytesView message, const Fault& fault) {
+    const auto begin = Clock::now();
+    const size_t size = std::min(message.size(), fault.link_after);
+    std::vector<Outbox::Item> items;
+    for (int copy = 0; copy < (fault.doubled ? 2 : 1); ++copy) {
+        Span late = fault.delay;
+        for (const BytesView piece : pieces(message.first(size), fault)) {
+            items.push_back({Bytes(piece.begin(), piece.end()), after(begin, late)});
+            late += fault.pause;
+        }
     }
-    if (fault.link != Break::none) {
-        outbox_.add({{}, Clock::time_point::min(), fault.link});
+    if (fault.link != Break::none && !fault.befalls_controller()) {
+        items.push_back({{}, Clock::time_point::min(), fault.link});
         ending_ = true;
     }
+    outbox_.add(std::move(items), fault);
 }
 
 void Connection::flush() {
-    settle(outbox_.flush(Clock::now(), [this](BytesView data) { return transmit(data); }));
-}
-
-void Connection::settle(Outbox::Result result) {
-    if (result == Outbox::Result::failed || result == Outbox::Result::closes) {
-        end(Break::close);
-    } else if (result == Outbox::Result::resets) {
-        end(Break::reset);
+    const Break how =
+        outbox_.flush(Clock::now(), [this](BytesView data) { return transmit(data); });
+    if (how != Break::none) {
+        end(how);
     }
 }
 
 void Connection::end(Break how) {
+    if (how == Break::abandon) {
+        abandoned_ = true;
+        outbox_ = {};
+        return;
+    }
     if (how == Break::reset) {
         const linger hard{1, 0};
         setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);

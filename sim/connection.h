@@ -15,10 +15,12 @@ public:
     Port port() const { return port_; }
     int descriptor() const { return socket_.get(); }
     bool ended() const { return socket_.get() < 0; }
+    bool abandoned() const { return abandoned_; }
     const Outbox& outbox() const { return outbox_; }
 
-    // Reads what has arrived and has the controller answer the messages that are whole.
-    void receive(Controller& controller);
+    // Reads what has arrived and has the controller answer the messages that are whole; a silent
+    // one only hears them.
+    void receive(Controller& controller, bool silent);
     // Sends a message as its fault asks. False: it is lost, or the client does not read.
     bool deliver(const Outgoing& out);
     // Sends what has become due.
@@ -26,17 +28,18 @@ public:
     void end(Break how);
 
 private:
-    void take_messages(Controller& controller);
-    void queue(const Outgoing& out);
+    void answer(BytesView message, Controller& controller);
+    void take_messages(Controller& controller, bool silent);
+    void queue(BytesView message, const Fault& fault);
     bool send_whole(BytesView message);
     ssize_t transmit(BytesView data);
-    void settle(Outbox::Result result);
 
     Descriptor socket_;
     Port port_;
     Bytes received_;
     Outbox outbox_;
     bool ending_ = false;  // the outbox holds the end of the connection
+    bool abandoned_ = false;
 };
 
 }  // namespace sim

@@ -35,16 +35,29 @@ public:
     std::optional<MacAddress> raw_client() const;
     // Carries a request out. Nothing when it is one that gets no reply.
     std::optional<Outgoing> answer(Port port, BytesView message);
+    // A request that is not carried out.
+    void overhear(Port port, BytesView message);
+    // The time from one package to the next by the host's clock.
+    Clock::duration period() const;
     // Lets one cycle pass and fills in its output package.
     void next_package(Outgoing& out);
     void package_done(bool sent);
     void frame_rejected();
 
-    // For inspection and tests.
-    void inject(const Fault& fault);
+    // Faults of the controller itself that are due: the serving thread does with its sockets what
+    // they ask for, then has the rest carried out here.
+    std::optional<Fault> due_fault();
+    Clock::time_point next_due() const;
+    void carry_out(const Fault& fault);
+    // Nobody waits for faults any more.
+    void stop();
+
+    // For inspection and tests. Waits until a fault of the controller that is due has happened.
+    void inject(Fault fault);
     void clear_faults();
     bool set_output(const std::string& name, const Bytes& value);
     Bytes input(const std::string& name) const;
+    void wait_for_faults() const;
     // What a look at the arm as it is now returns.
     template <typename Look>
     auto with_arm(Look look) {
@@ -62,18 +75,50 @@ public:
               std::chrono::milliseconds limit) const;
 
 private:
+    // What clients are told that the controller is.
+    struct Identity {
+        std::shared_ptr<const Catalogue> catalogue;
+        Versions versions;
+    };
+    // What stands on an identity.
+    struct Service {
+        Service(const Identity& as, Arm& arm, Records& records);
+
+        std::shared_ptr<const Catalogue> catalogue;
+        Variables variables;
+        Exchange exchange;
+    };
+    struct Timing {
+        double period;      // s from package to package, by the controller's clock
+        double speed = 1;   // of the controller's clock against the host's
+        double jitter = 0;  // s
+        std::minstd_rand random{};
+    };
+
     void catch_up();
+    void begin_session();
+    void begin_service();
+    void restart();
+    void disturb_clock(const Fault& fault);
+    void dispatch(Target target, size_t& total, Outgoing& out);
+    Session& session() { return service_->exchange.session; }
+    const Session& session() const { return service_->exchange.session; }
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
-    const Catalogue catalogue_;
-    const double period_;  // s
+    const Timing rated_;
+    Timing timing_;
     Clock::time_point caught_up_;
     Arm arm_;
-    Variables variables_;
     Records records_;
-    Exchange exchange_;
+    std::optional<MacAddress> own_mac_;
+    Identity identity_;
+    bool renewed_ = false;  // the identity is that of the next session, not of this one
+    std::unique_ptr<Service> service_;
+    std::shared_ptr<const Catalogue> latest_;  // what faults still to come have made of it
     FaultBook faults_;
+    bool carrying_out_ = false;
+    bool stopped_ = false;
 };
 
 }  // namespace sim

@@ -177,6 +177,7 @@ Status Exchange::start() {
         return Status::no_recipe;
     }
     arm_.package = 0;
+    session.streamed = 0;
     session.streaming = true;
     return Status::accepted;
 }

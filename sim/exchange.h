@@ -24,6 +24,8 @@ struct Session {
     Recipe output;
     std::map<uint8_t, Recipe> inputs;
     uint8_t last_recipe_id = 0;
+    size_t replied = 0;   // bytes of all replies
+    size_t streamed = 0;  // bytes of all packages since the start
 };
 
 class Exchange {

@@ -49,7 +49,7 @@ Bytes build_frame(const Frame& frame, const Fault& fault) {
     out.bytes(Bytes{frame_ethertype >> 8, frame_ethertype & 0xFF});
     const size_t start = bytes.size();
     out.number(marker);
-    out.number(static_cast<uint8_t>(frame.code));
+    out.number(fault.code.value_or(static_cast<uint8_t>(frame.code)));
     out.number(uint16_t{0});  // the checksum's place
     out.number(magic);
     out.number(frame.sequence);

@@ -21,6 +21,7 @@ struct Arguments {
     uint64_t digital_inputs = 0;
     uint32_t error = 0;
     bool print_catalogue = false;
+    bool print_faults = false;
 };
 
 void describe(CLI::App& app, Arguments& arguments) {
@@ -43,13 +44,15 @@ void describe(CLI::App& app, Arguments& arguments) {
         ->check(CLI::ExistingFile);
     app.add_option("-f,--fault", arguments.faults,
                    "fault to inject into every controller, e.g. type=O,status=5 or "
-                   "package,lost,skip=100,times=3; repeat for more")
+                   "package,lost,every=100 or reboot=500,at=2000; repeat for more")
         ->allow_extra_args(false);
     app.add_option("--digital-inputs", arguments.digital_inputs,
                    "bits of the digital inputs, e.g. 0x5");
     app.add_option("--error", arguments.error, "start with this error code set");
     app.add_flag("--print-catalogue", arguments.print_catalogue,
                  "print the catalogue as JSON and exit");
+    app.add_flag("--print-faults", arguments.print_faults,
+                 "print what a fault can be made of and exit");
     app.footer(
         "Each controller serves the ports 2295, 2297 and 2299 of its address. Once all are served, "
         "a line\nbeginning with \"vexo-sim: ready on\" is printed. SIGINT or SIGTERM ends the "
@@ -159,6 +162,8 @@ int main(int argc, char** argv) {
         const sim::Catalogue catalogue = load_catalogue(arguments.catalogue);
         if (arguments.print_catalogue) {
             std::cout << catalogue.to_json();
+        } else if (arguments.print_faults) {
+            std::cout << sim::fault_table();
         } else {
             run(arguments, catalogue);
         }

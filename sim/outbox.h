@@ -4,10 +4,8 @@
 
 #include <sys/types.h>
 
-#include <algorithm>
 #include <deque>
 #include <functional>
-#include <optional>
 
 #include "sim/clock.h"
 #include "sim/fault.h"
@@ -27,22 +25,26 @@ public:
     };
     // Sends without waiting; what the system's send call returns.
     using Send = std::function<ssize_t(BytesView)>;
-    enum class Result { done, waits, failed, closes, resets };
 
-    // Items leave in the order in which they were added, whatever their times.
-    void add(Item item);
-    // Sends what is due.
-    Result flush(Clock::time_point now, const Send& send);
+    // Messages leave in the order in which they were added, whatever their times, unless the fault
+    // asks for another order or for company.
+    void add(std::vector<Item> message, const Fault& fault = {});
+    // Sends what is due. Returns how the connection ends now, if it does.
+    Break flush(Clock::time_point now, const Send& send);
 
-    bool empty() const { return items_.empty(); }
+    bool empty() const { return items_.empty() && aside_.empty(); }
     bool full() const { return waiting_ > backlog; }
     // The system took less than what was due.
     bool blocked() const { return blocked_; }
-    // When to flush next, unless the outbox is empty or blocked.
-    std::optional<Clock::time_point> next() const;
+    // When to flush next; never while the outbox is empty or waits for something else.
+    Clock::time_point next() const;
 
 private:
+    void append(std::vector<Item> message);
+
     std::deque<Item> items_;
+    std::vector<Item> aside_;  // a message that leaves behind the next one
+    size_t awaited_ = 0;       // so many messages more, then all leave together
     size_t waiting_ = 0;
     bool blocked_ = false;
 };

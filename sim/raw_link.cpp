@@ -64,14 +64,14 @@ RawLink::RawLink(const std::string& interface, const std::optional<MacAddress>& 
     require(bind(socket_.get(), reinterpret_cast<sockaddr*>(&local), sizeof local) == 0, interface);
 }
 
-void RawLink::receive(Controller& controller) {
+void RawLink::receive(Controller& controller, bool deaf) {
     uint8_t buffer[2048];
     sockaddr_ll from{};
     socklen_t size = sizeof from;
     ssize_t got = 0;
     while ((got = recvfrom(socket_.get(), buffer, sizeof buffer, 0,
                            reinterpret_cast<sockaddr*>(&from), &size)) >= 0) {
-        if (from.sll_pkttype == PACKET_OUTGOING) {
+        if (from.sll_pkttype == PACKET_OUTGOING || deaf) {
             continue;
         }
         const auto frame = read_frame({buffer, static_cast<size_t>(got)});
@@ -100,18 +100,23 @@ void RawLink::take(const Frame& frame, Controller& controller) {
 
 bool RawLink::deliver(FrameCode code, const MacAddress& client, const Outgoing& out) {
     const Fault fault = out.fault.value_or(Fault{});
+    sequence_ = static_cast<uint16_t>(sequence_ + fault.gap);
+    const Bytes frame = build_frame({client, mac_, code, sequence_++, out.message}, fault);
     if (fault.lost) {
         return false;
     }
-    const Bytes frame = build_frame({client, mac_, code, sequence_++, out.message}, fault);
     if (!out.fault && outbox_.empty()) {
         return transmit(frame);
     }
-    for (int copy = 0; copy < (fault.doubled ? 2 : 1); ++copy) {
-        outbox_.add({frame, Clock::now() + fault.delay});
-    }
+    const Outbox::Item item{frame, after(Clock::now(), fault.delay)};
+    outbox_.add(std::vector(fault.doubled ? 2 : 1, item), fault);
     flush();
     return true;
+}
+
+void RawLink::restart() {
+    outbox_ = {};
+    sequence_ = 0;
 }
 
 bool RawLink::transmit(BytesView frame) {

@@ -20,12 +20,15 @@ public:
     const MacAddress& mac() const { return mac_; }
     const Outbox& outbox() const { return outbox_; }
 
-    // Reads the frames that have arrived and has the controller answer what its client sent.
-    void receive(Controller& controller);
+    // Reads the frames that have arrived and has the controller answer what its client sent; a deaf
+    // one does nothing with them.
+    void receive(Controller& controller, bool deaf);
     // Sends a message in a frame as its fault asks. False: it is lost, or too long for a frame.
     bool deliver(FrameCode code, const MacAddress& client, const Outgoing& out);
     // Sends what has become due.
     void flush();
+    // Forgets what was to be sent, and begins with the first sequence number.
+    void restart();
 
 private:
     void take(const Frame& frame, Controller& controller);

@@ -5,7 +5,7 @@
 #include <array>
 #include <deque>
 
-#include "sim/simulator.h"
+#include "sim/types.h"
 #include "sim/wire.h"
 
 namespace sim {

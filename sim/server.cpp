@@ -13,6 +13,8 @@ namespace sim {
 
 namespace {
 
+constexpr auto retry_interval = std::chrono::milliseconds(10);  // of a port that cannot be had
+
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -40,15 +42,14 @@ Descriptor listen_on(const std::string& address, Port port) {
 
 Server::Server(const Options& options, Controller& controller)
     : controller_(controller),
-      period_(std::chrono::duration_cast<Clock::duration>(
-          std::chrono::duration<double>(1 / options.rate))),
+      address_(options.address),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (wake_.get() < 0) {
         fail("eventfd");
     }
     for (const Port port : {Port::io, Port::control, Port::stream}) {
         if (std::ranges::count(options.refused_ports, port) == 0) {
-            listeners_.push_back({port, listen_on(options.address, port)});
+            listeners_.push_back({port, listen_on(address_, port)});
         }
     }
     if (!options.interface.empty()) {
@@ -63,22 +64,11 @@ Server::~Server() {
 }
 
 void Server::stop() {
-    {
-        const std::lock_guard lock(orders_mutex_);
-        stopping_ = true;
-    }
+    stopping_ = true;
     wake();
     if (thread_.joinable()) {
         thread_.join();
     }
-}
-
-void Server::disconnect(Port port, Break how) {
-    {
-        const std::lock_guard lock(orders_mutex_);
-        disconnects_.push_back({port, how});
-    }
-    wake();
 }
 
 void Server::wake() {
@@ -88,32 +78,43 @@ void Server::wake() {
 void Server::run() {
     pthread_setname_np(pthread_self(), "vexo-sim");
     prctl(PR_SET_TIMERSLACK, 1);  // the beat is not to wait for company
-    for (;;) {
-        {
-            const std::lock_guard lock(orders_mutex_);
-            if (stopping_) {
-                break;
-            }
-        }
+    while (!stopping_) {
+        now_ = Clock::now();
+        tend_listeners();
+        poll_descriptors();
         wait();
+        now_ = Clock::now();
         serve();
     }
     connections_.clear();
     raw_.reset();
     listeners_.clear();
+    controller_.stop();
+}
+
+// A negative descriptor keeps its place, and poll passes over it.
+void Server::poll_descriptors() {
+    polled_.clear();
+    polled_.push_back({wake_.get(), POLLIN, 0});
+    const bool hears = raw_ && !outages_.half_open(Port::raw, now_);
+    polled_.push_back({hears ? raw_->descriptor() : -1, POLLIN, 0});
+    for (const Listener& listener : listeners_) {
+        const bool accepts = !outages_.half_open(listener.port, now_);
+        polled_.push_back({accepts ? listener.socket.get() : -1, POLLIN, 0});
+    }
+    for (const Connection& connection : connections_) {
+        const bool sends = connection.outbox().blocked() && !outages_.mute(connection.port(), now_);
+        polled_.push_back({polls(connection) ? connection.descriptor() : -1,
+                           static_cast<short>(sends ? POLLIN | POLLOUT : POLLIN), 0});
+    }
+}
+
+bool Server::polls(const Connection& connection) const {
+    return !outages_.half_open(connection.port(), now_) &&
+           !(connection.abandoned() && outages_.down(now_));
 }
 
 void Server::wait() {
-    polled_.clear();
-    polled_.push_back({wake_.get(), POLLIN, 0});
-    polled_.push_back({raw_ ? raw_->descriptor() : -1, POLLIN, 0});
-    for (const Listener& listener : listeners_) {
-        polled_.push_back({listener.socket.get(), POLLIN, 0});
-    }
-    for (const Connection& connection : connections_) {
-        const int events = connection.outbox().blocked() ? POLLIN | POLLOUT : POLLIN;
-        polled_.push_back({connection.descriptor(), static_cast<short>(events), 0});
-    }
     const Clock::time_point event = next_event();
     if (event == Clock::time_point::max()) {
         ppoll(polled_.data(), polled_.size(), nullptr, nullptr);
@@ -127,12 +128,22 @@ void Server::wait() {
 
 // When something is to be done even though nothing arrives.
 Clock::time_point Server::next_event() const {
-    auto event = streaming_ ? next_beat_ : Clock::time_point::max();
-    if (raw_) {
-        event = std::min(event, raw_->outbox().next().value_or(Clock::time_point::max()));
+    auto event = std::min(outages_.next_end(now_), controller_.next_due());
+    if (streaming_) {
+        event = std::min(event, next_beat_);
+    }
+    if (raw_ && !outages_.mute(Port::raw, now_)) {
+        event = std::min(event, raw_->outbox().next());
+    }
+    for (const Listener& listener : listeners_) {
+        if (listener.socket.get() < 0 && !outages_.refused(listener.port, now_)) {
+            event = std::min(event, now_ + retry_interval);
+        }
     }
     for (const Connection& connection : connections_) {
-        event = std::min(event, connection.outbox().next().value_or(Clock::time_point::max()));
+        if (!outages_.mute(connection.port(), now_)) {
+            event = std::min(event, connection.outbox().next());
+        }
     }
     return event;
 }
@@ -144,7 +155,6 @@ void Server::serve() {
     if ((polled++)->revents != 0) {
         eventfd_t ignored = 0;
         eventfd_read(wake_.get(), &ignored);
-        carry_out_disconnects();
     }
     if (raw_) {
         serve_raw(polled->revents != 0);
@@ -159,44 +169,54 @@ void Server::serve() {
     for (size_t i = 0; i < count; ++i) {
         serve_connection(connections_[i], (polled++)->revents != 0);
     }
-    beat(Clock::now());
+    befall();
+    if (beat()) {
+        befall();
+    }
     forget_ended();
 }
 
 void Server::serve_raw(bool readable) {
     if (readable) {
-        raw_->receive(controller_);
+        raw_->receive(controller_, outages_.silent(Port::raw, now_));
     }
-    if (!raw_->outbox().empty()) {
+    if (!raw_->outbox().empty() && !outages_.mute(Port::raw, now_)) {
         raw_->flush();
     }
 }
 
 void Server::serve_connection(Connection& connection, bool ready) {
     if (ready && !connection.ended()) {
-        connection.receive(controller_);
+        connection.receive(controller_, outages_.silent(connection.port(), now_));
     }
-    if (!connection.ended() && !connection.outbox().empty()) {
+    if (!connection.ended() && !connection.outbox().empty() &&
+        !outages_.mute(connection.port(), now_)) {
         connection.flush();
     }
 }
 
-// Packages are due at fixed times after the start, however late this thread gets to them.
-void Server::beat(Clock::time_point now) {
+// Packages are due at fixed times after the start, however late this thread gets to them. Returns
+// whether the package met a fault.
+bool Server::beat() {
     const bool streaming = controller_.streaming();
     if (streaming && !streaming_) {
-        next_beat_ = now + period_;
+        next_beat_ = now_ + controller_.period();
     }
     streaming_ = streaming;
-    if (streaming_ && now >= next_beat_) {
-        next_beat_ += period_;
-        controller_.next_package(package_);
-        controller_.package_done(stream(package_));
+    if (!streaming_ || now_ < next_beat_) {
+        return false;
     }
+    next_beat_ += controller_.period();
+    controller_.next_package(package_);
+    controller_.package_done(stream(package_));
+    return package_.fault.has_value();
 }
 
 bool Server::stream(const Outgoing& package) {
     const auto client = raw_ ? controller_.raw_client() : std::nullopt;
+    if (outages_.mute(client ? Port::raw : Port::stream, now_)) {
+        return false;
+    }
     if (client) {
         return raw_->deliver(FrameCode::package, *client, package);
     }
@@ -217,20 +237,50 @@ void Server::accept_on(const Listener& listener) {
     controller_.connected();
     if (listener.port == Port::io) {
         controller_.reset_session();
+        in_session_ = true;
     }
     connections_.emplace_back(std::move(socket), listener.port);
 }
 
-void Server::carry_out_disconnects() {
-    std::vector<Disconnect> orders;
-    {
-        const std::lock_guard lock(orders_mutex_);
-        orders.swap(disconnects_);
+// What is due to befall the controller.
+void Server::befall() {
+    while (const auto fault = controller_.due_fault()) {
+        if (fault->recover) {
+            outages_.end();
+        }
+        outages_.begin(*fault, now_);
+        if (fault->disconnect || fault->reboot) {
+            disconnect(*fault);
+        }
+        if (fault->reboot && raw_) {
+            raw_->restart();
+        }
+        tend_listeners();
+        controller_.carry_out(*fault);
     }
-    for (const Disconnect& order : orders) {
-        for (Connection& connection : connections_) {
-            if (connection.port() == order.port && !connection.ended()) {
-                connection.end(order.how);
+}
+
+void Server::disconnect(const Fault& fault) {
+    const Break how = fault.link != Break::none ? fault.link : Break::reset;
+    for (Connection& connection : connections_) {
+        const bool meant = fault.reboot || !fault.port || connection.port() == *fault.port;
+        if (meant && !connection.ended()) {
+            connection.end(how);
+        }
+    }
+}
+
+// Opens and closes ports as the outages ask. Somebody else may have a port by now: then it is tried
+// again.
+void Server::tend_listeners() {
+    for (Listener& listener : listeners_) {
+        const bool refused = outages_.refused(listener.port, now_);
+        if (refused) {
+            listener.socket.reset();
+        } else if (listener.socket.get() < 0) {
+            try {
+                listener.socket = listen_on(address_, listener.port);
+            } catch (const std::system_error&) {
             }
         }
     }
@@ -241,8 +291,10 @@ void Server::forget_ended() {
     const auto newest =
         std::find_if(connections_.rbegin(), connections_.rend(),
                      [](const Connection& connection) { return connection.port() == Port::io; });
-    if (newest != connections_.rend() && newest->ended()) {
+    const bool over = newest == connections_.rend() || newest->ended() || newest->abandoned();
+    if (in_session_ && over) {
         controller_.reset_session();
+        in_session_ = false;
     }
     std::erase_if(connections_, [](const Connection& connection) { return connection.ended(); });
 }

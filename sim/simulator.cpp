@@ -16,21 +16,22 @@ void require(bool condition, const char* what) {
     }
 }
 
-template <typename Entry>
-bool names_fit(const std::vector<Entry>& list) {
-    return std::ranges::all_of(list, [](const Entry& entry) { return entry.name.size() <= 255; });
-}
-
 Options checked(Options options) {
     require(options.rate > 0 && options.rate <= 1000, "rate: more than 0, at most 1000");
-    require(names_fit(options.catalogue.outputs) && names_fit(options.catalogue.inputs) &&
-                names_fit(options.catalogue.methods),
-            "catalogue: a name is longer than 255 characters");
+    options.catalogue.check();
     for (const std::string& text :
          {options.versions.firmware, options.versions.hardware, options.versions.bootloader}) {
         require(text.size() <= 255, "versions: a text is longer than 255 characters");
     }
     return options;
+}
+
+// A fault that befalls the controller at once.
+Fault now(std::optional<Port> port = {}) {
+    Fault fault;
+    fault.target = Target::controller;
+    fault.port = port;
+    return fault;
 }
 
 }  // namespace
@@ -52,15 +53,66 @@ void Simulator::stop() {
 }
 
 void Simulator::inject(Fault fault) {
-    parts_->controller.inject(fault);
+    parts_->controller.inject(std::move(fault));
+    parts_->server.wake();
+    parts_->controller.wait_for_faults();
 }
 
 void Simulator::clear_faults() {
     parts_->controller.clear_faults();
+    Fault fault = now();
+    fault.recover = true;
+    inject(fault);
+}
+
+void Simulator::reboot(Span down, std::optional<Catalogue> afterwards, Break how) {
+    Fault fault = now();
+    fault.reboot = down;
+    fault.link = how;
+    if (afterwards) {
+        fault.catalogue = std::make_shared<Catalogue>(std::move(*afterwards));
+    }
+    inject(fault);
+}
+
+void Simulator::take_over(Catalogue catalogue, Versions versions) {
+    Fault fault = now();
+    fault.reboot = Span(0);
+    fault.link = Break::abandon;
+    fault.catalogue = std::make_shared<Catalogue>(std::move(catalogue));
+    fault.versions = std::move(versions);
+    inject(fault);
+}
+
+void Simulator::silence(Span span, std::optional<Port> port) {
+    Fault fault = now(port);
+    fault.silence = span;
+    inject(fault);
+}
+
+void Simulator::half_open(Span span, std::optional<Port> port) {
+    Fault fault = now(port);
+    fault.half_open = span;
+    inject(fault);
+}
+
+void Simulator::refuse(Span span, std::optional<Port> port) {
+    Fault fault = now(port);
+    fault.refuse = span;
+    inject(fault);
 }
 
 void Simulator::disconnect(Port port, Break how) {
-    parts_->server.disconnect(port, how);
+    Fault fault = now(port);
+    fault.disconnect = true;
+    fault.link = how;
+    inject(fault);
+}
+
+void Simulator::change_catalogue(Catalogue catalogue) {
+    Fault fault = now();
+    fault.catalogue = std::make_shared<Catalogue>(std::move(catalogue));
+    inject(fault);
 }
 
 std::vector<Simulator::Bytes> Simulator::requests(Port port) const {

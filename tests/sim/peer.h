@@ -32,11 +32,10 @@ public:
     std::string ask(const std::string& request);
     // How the other side ended the connection, waiting for it.
     enum class End { none, closed, reset };
-    End end();
-
-private:
+    End end(Limit limit = std::chrono::seconds(10));
     bool readable(Limit limit) const;
 
+private:
     int socket_;
     bool connected_;
 };

@@ -45,7 +45,7 @@ TEST(Program, SaysWhyItCannotServe) {
               "vexo-sim: cannot listen on " + own_loopback() + ":2295: Address already in use\n");
     Program fault({VEXO_SIM, "--address", own_loopback(2), "--fault", "nonsense"});
     EXPECT_EQ(fault.status(), 1);
-    EXPECT_EQ(fault.output(), "vexo-sim: fault: cannot make sense of \"nonsense\"\n");
+    EXPECT_EQ(fault.output(), "vexo-sim: fault: there is no item \"nonsense\"\n");
     Program option({VEXO_SIM, "--rate", "2000"});
     EXPECT_NE(option.status(), 0);
 }
