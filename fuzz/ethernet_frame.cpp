@@ -1,108 +1,75 @@
-// Frames of the fast path: as the receive thread takes them in, and with their checksum put right,
-// so that what is behind the check is reached.
-#include <sys/poll.h>
-
+// Frames of the fast path: as they come, with their checksum put right, so that what is behind the
+// check is reached, and as the payload of a frame of our own.
 #include <cstring>
 #include <vector>
 
-#include "client/received_stream.h"
-#include "client/registry.h"
-#include "fuzz/controller.h"
-#include "fuzz/raw_link.h"
-#include "net/raw_socket.h"
+#include "fuzz/input.h"
 #include "wire/checksum.h"
+#include "wire/frame.h"
 
 using namespace fuzz;
+using namespace vexo::wire;
 
 namespace {
 
 constexpr size_t kMessage = 14;
 constexpr size_t kChecksum = kMessage + 2;
-constexpr size_t kLength = kMessage + 8;
-constexpr size_t kPayload = kMessage + 12;
-constexpr uint8_t kUntouched = 0xA5;
+constexpr size_t kBehindChecksum = kEthernetHeader - kChecksum;
+constexpr size_t kPayloadLength = kMessage + 8;
 
-class Receiver {
-public:
-    Receiver() : link_(SOCKET_RAW_MODE_ETHERNET, vexo::ethernet::header_length) {
-        vexo::Dataspace& d = dataspace();
-        d.raw_socket = link_.number();
-        d.link_mode = vexo::kLinkRaw;
-        d.streaming = vexo::kStarted;
-        registration_ = vexo::find_registration(handle());
-        pass();
-    }
-
-    void take(Span frame) {
-        vexo::Dataspace& d = dataspace();
-        std::memset(d.output_store, kUntouched, sizeof d.output_store);
-        std::memset(d.response, kUntouched, sizeof d.response);
-        std::memset(d.request, kUntouched, sizeof d.request);
-        if (link_.send(frame)) {
-            polled_.revents = POLLIN;
-            pass();
-        }
-    }
-
-private:
-    void pass() { stream_.serve(registration_, polled_); }
-
-    RawLink link_;
-    vexo::Registration registration_;
-    vexo::ReceivedStream stream_{handle()};
-    pollfd polled_{-1, POLLIN, 0};
-};
-
-bool untouched_behind(const uint8_t* buffer, size_t size, size_t used) {
-    static const std::vector<uint8_t> untouched(vexo::kBufferSize, kUntouched);
-    return used >= size || std::memcmp(buffer + used, untouched.data(), size - used) == 0;
-}
-
-void check_stored(Span frame) {
-    const vexo::Dataspace& d = dataspace();
-    const size_t payload = frame.size() - std::min(frame.size(), kPayload);
-    check(untouched_behind(d.output_store, sizeof d.output_store, payload),
-          "a package is no longer than its frame");
-    check(untouched_behind(d.response, sizeof d.response, payload),
-          "a reply is no longer than its frame");
-    check(untouched_behind(d.request, sizeof d.request, 0), "the request buffer is left alone");
-}
-
-// With a true checksum, where the frame is long enough to have one.
-std::vector<uint8_t> sealed(Span frame) {
+// Opens an exact copy of the frame and checks what must hold of the result.
+OpenedEthernetFrame open(Span frame) {
     std::vector<uint8_t> copy(frame.begin(), frame.end());
-    if (copy.size() >= kPayload) {
-        const size_t payload = static_cast<size_t>(copy[kLength] | copy[kLength + 1] << 8);
-        const size_t covered = std::min(copy.size() - kMessage, kPayload - kMessage + payload);
-        copy[kChecksum] = copy[kChecksum + 1] = 0;
-        const uint16_t sum = vexo::wire::internet_checksum({copy.data() + kMessage, covered});
-        copy[kChecksum] = static_cast<uint8_t>(sum);
-        copy[kChecksum + 1] = static_cast<uint8_t>(sum >> 8);
+    OpenedEthernetFrame opened = open_ethernet_frame(copy);
+    if (opened.fault != FrameFault::malformed) {
+        const auto offset = static_cast<size_t>(opened.payload.data() - copy.data());
+        check(offset >= kEthernetHeader && offset + opened.payload.size() <= frame.size(),
+              "the payload lies in the frame, behind its header");
+        check(std::memcmp(opened.source.data(), frame.data() + 6, 6) == 0, "the sender is known");
+        opened.payload = frame.subspan(offset, opened.payload.size());
+        const size_t checksum = offset - kBehindChecksum;
+        std::memcpy(copy.data() + checksum, frame.data() + checksum, sizeof(uint16_t));
     }
-    return copy;
+    check(std::ranges::equal(copy, frame), "only the checksum is cleared");
+    return opened;
+}
+
+void open_with_true_checksum(std::vector<uint8_t> frame) {
+    if (frame.size() < kEthernetHeader) {
+        return;
+    }
+    const size_t payload =
+        static_cast<size_t>(frame[kPayloadLength] | frame[kPayloadLength + 1] << 8);
+    const size_t covered = std::min(frame.size() - kMessage, kEthernetHeader - kMessage + payload);
+    frame[kChecksum] = frame[kChecksum + 1] = 0;
+    const uint16_t sum = internet_checksum(Span(frame).subspan(kMessage, covered));
+    frame[kChecksum] = static_cast<uint8_t>(sum);
+    frame[kChecksum + 1] = static_cast<uint8_t>(sum >> 8);
+    const bool tagged = frame[12] == 0x81 && frame[13] == 0;
+    check(tagged || open(frame).fault != FrameFault::bad_checksum, "a true checksum holds");
+}
+
+void send_and_receive(uint8_t code, Span payload) {
+    if (payload.size() > 0xFFFF) {
+        return;
+    }
+    std::vector<uint8_t> frame(kEthernetHeader + payload.size());
+    std::copy(payload.begin(), payload.end(), frame.begin() + kEthernetHeader);
+    seal_ethernet_frame({{1, 2, 3, 4, 5, 6}, {6, 5, 4, 3, 2, 1}, code, 0x1234}, frame);
+    const OpenedEthernetFrame opened = open(frame);
+    check(opened.fault == FrameFault::none && opened.code == code && opened.sequence == 0x1234 &&
+              std::ranges::equal(opened.payload, payload),
+          "what is sealed opens");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static Receiver receiver;
     Input input(data, size);
-    const bool foreign = (input.u8() & 1) != 0;
+    const uint8_t code = input.u8();
     const Span frame = input.rest();
-    if (frame.size() >= 12) {
-        std::memcpy(dataspace().controller_mac, frame.data() + 6, 6);
-        dataspace().controller_mac[5] ^= foreign ? 1 : 0;
-    }
-    receiver.take(frame);
-    check_stored(frame);
-    receiver.take(sealed(frame));
-    check_stored(frame);
-    check(!foreign || dataspace().output_store[0] == kUntouched, "foreign frames are dropped");
-
-    std::vector<uint8_t> copy = sealed(frame);
-    vexo::RawInstance& instance = *vexo::find_raw_instance(dataspace().raw_socket);
-    uint8_t code = 0;
-    const long result = vexo::open_ethernet_frame(instance, copy, code);
-    check(result <= static_cast<long>(frame.size()), "a payload is no longer than its frame");
+    open(frame);
+    open_with_true_checksum({frame.begin(), frame.end()});
+    send_and_receive(code, frame);
     return 0;
 }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <span>
+#include <string_view>
 
 namespace fuzz {
 
@@ -42,6 +43,10 @@ private:
 
     Span left_;
 };
+
+inline bool same_bytes(std::string_view text, Span bytes) {
+    return text == std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
 
 inline void check(bool holds, const char* what) {
     if (!holds) {

@@ -1,29 +1,25 @@
 // Datagrams of the fast path in IP mode.
 #include <cstring>
-#include <vector>
 
-#include "fuzz/raw_link.h"
-#include "net/raw_internal.h"
-#include "net/raw_socket.h"
+#include "fuzz/input.h"
+#include "wire/frame.h"
 
 using namespace fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const RawLink link(SOCKET_RAW_MODE_IP, vexo::ip::header_length);
-    if (!link.send({data, size})) {
-        return 0;
-    }
-    std::vector<uint8_t> buffer(size + 1);
-    uint8_t code = 0;
-    uint8_t* position = buffer.data();
-    const long result = vexo::raw_try_receive(link.number(), &code, &position,
-                                              static_cast<unsigned>(buffer.size()));
-    check(result >= 0 || result == SOCKET_RAW_MALFORMED, "a datagram is ours, or malformed");
-    if (result >= 0) {
-        check(position + result == buffer.data() + size, "the payload ends with the datagram");
-        in_addr_t source = 0;
-        std::memcpy(&source, data + 12, std::min(sizeof source, size - std::min<size_t>(size, 12)));
-        check(size < 16 || link.instance().peer_address == source, "its sender is the peer");
+    const Span datagram(data, size);
+    const vexo::wire::OpenedIpDatagram opened = vexo::wire::open_ip_datagram(datagram);
+    const size_t header = vexo::wire::ip_header_length(datagram);
+    const bool ours = size >= header + 8 && data[header] == 0xA6 && data[header + 4] == 0xC8 &&
+                      data[header + 5] == 0xB7;
+    check(ours == (opened.fault == vexo::wire::FrameFault::none), "ours is what says so");
+    if (ours) {
+        check(opened.payload.data() == data + header + 8 &&
+                  opened.payload.data() + opened.payload.size() == data + size,
+              "the payload ends with the datagram");
+        uint32_t source = 0;
+        std::memcpy(&source, data + 12, size >= 16 ? sizeof source : 0);
+        check(opened.source == source, "the sender is known");
     }
     return 0;
 }

@@ -17,11 +17,11 @@
 #include "client/commands.h"
 #include "client/dataspace.h"
 #include "client/vexo.h"
-#include "net/raw_frame.h"
 #include "net/raw_socket.h"
 #include "sim/simulator.h"
 #include "tests/support/network_namespace.h"
 #include "tests/support/process.h"
+#include "wire/frame.h"
 
 namespace {
 
@@ -79,6 +79,7 @@ struct Client {
 void save_reply(const std::string& target, const Bytes& reply) {
     save(target, u16(0) + reply);
     save(target, u16(0x8000 | 700) + reply);
+    save("reply", reply);
 }
 
 template <typename Page, typename Array>
@@ -91,6 +92,7 @@ Bytes save_pages(const Client& client, const std::string& target,
         require(get(client.handle, first, reinterpret_cast<Array*>(page.get())) == 0,
                 "cannot read a page");
         save_reply(target, client.reply());
+        save("catalogue_page", client.reply());
         all = std::move(all) + u16(0) + u16(client.reply().size()) + client.reply();
         first += page->count;
     } while (page->count == VEXO_PAGE_ROWS);
@@ -101,7 +103,7 @@ void save_catalogue(const Client& client) {
     const Bytes outputs =
         save_pages<VexoVariablePage>(client, "output_page", vexo_output_variables_get);
     const Bytes inputs =
-        save_pages<VexoVariablePage>(client, "input_page", vexo_input_variables_get);
+        save_pages<VexoVariablePage>(client, "output_page", vexo_input_variables_get);
     const Bytes methods =
         save_pages<VexoMethodPage>(client, "method_page", vexo_control_methods_get);
     save("catalogue", Bytes{1} + outputs + inputs + methods);
@@ -171,9 +173,13 @@ void save_frames(const Client& client, int capture) {
         if (frame.size() > kFrameCode && from.sll_pkttype == PACKET_HOST &&
             !seen[frame[kFrameCode]]) {
             seen[frame[kFrameCode]] = true;
-            save("ethernet_frame", Bytes{0} + frame);
-            frame.insert(frame.begin() + 12, {0x81, 0x00, 0x00, 0x05});
-            save("ethernet_frame", Bytes{0} + frame);
+            const Bytes tag = {0x81, 0x00, 0x00, 0x05};
+            for (const char* taker : {"ethernet_frame", "received_frame"}) {
+                save(taker, Bytes{0} + frame);
+                Bytes tagged = frame;
+                tagged.insert(tagged.begin() + 12, tag.begin(), tag.end());
+                save(taker, Bytes{0} + tagged);
+            }
         }
     }
     require(seen[144] && seen[146], "no frames came");
@@ -181,10 +187,8 @@ void save_frames(const Client& client, int capture) {
 
 // The simulator speaks no IP mode: a datagram of the library's own.
 void save_datagram() {
-    vexo::RawInstance instance{};
-    instance.marker = vexo::raw_marker;
-    Bytes message(vexo::ip::header_length + 4);
-    vexo::seal_ip_message(instance, 144, message);
+    Bytes message(vexo::wire::kIpHeader + 4);
+    vexo::wire::seal_ip_message(144, 0, message);
     Bytes header(20);
     header[0] = 0x45;
     header[12] = 127;
@@ -209,7 +213,7 @@ void run() {
     const std::string refusal = test::enter_network_namespace();
     require(refusal.empty(), refusal);
     test::make_veth_pair("seeds0", "02:00:00:00:00:01", "seeds1", "02:00:00:00:00:02");
-    const int capture = socket(AF_PACKET, SOCK_RAW, htons(vexo::ethernet::our_type));
+    const int capture = socket(AF_PACKET, SOCK_RAW, htons(vexo::wire::kEtherType));
     sim::Options options;
     options.address = kAddress;
     options.interface = "seeds1";

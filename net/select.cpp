@@ -35,7 +35,7 @@ public:
             *last++ = {fd, POLLIN, 0};
         }
         std::ranges::sort(first, last, {}, &pollfd::fd);
-        last = std::ranges::unique(first, last, {}, &pollfd::fd).begin();
+        last = std::unique(first, last, [](pollfd a, pollfd b) { return a.fd == b.fd; });
         list_ = {first, last};
         return true;
     }
