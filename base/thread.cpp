@@ -2,6 +2,10 @@
 
 namespace vexo {
 
+bool start_thread(pthread_t& thread, void* (*entry)(void*), void* arg) {
+    return pthread_create(&thread, nullptr, entry, arg) == 0;
+}
+
 bool start_thread(pthread_t& thread, const ThreadPlan& plan, void* (*entry)(void*), void* arg) {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {

@@ -17,8 +17,11 @@ struct ThreadPlan {
     int priority;
 };
 
-// Starts a thread with exactly this scheduling, whatever that of the creator. Returns whether it
-// could; then `thread` must be detached or joined.
+// Starts a thread, with the stack and the scheduling that threads of the process have by default.
+// Returns whether it could; then `thread` must be detached or joined.
+bool start_thread(pthread_t& thread, void* (*entry)(void*), void* arg);
+
+// The same, with exactly this scheduling, whatever that of the creator.
 bool start_thread(pthread_t& thread, const ThreadPlan& plan, void* (*entry)(void*), void* arg);
 
 inline uint32_t kernel_thread_id() {

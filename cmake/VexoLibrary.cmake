@@ -25,7 +25,9 @@ function(vexo_shared_library target)
     LINKER_LANGUAGE CXX
     LINK_DEPENDS ${VEXO_VERSION_SCRIPT}
     VERIFY_INTERFACE_HEADER_SETS ON)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${VEXO_VERSION_SCRIPT})
+  # Its threads may outlive a dlclose: once loaded, it stays.
+  target_link_options(${target} PRIVATE
+    -Wl,--version-script=${VEXO_VERSION_SCRIPT} -Wl,-z,nodelete)
   if(NOT VEXO_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
   endif()

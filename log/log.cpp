@@ -9,6 +9,8 @@
 #include <ctime>
 #include <iterator>
 
+#include "base/mutex_lock.h"
+#include "base/thread.h"
 #include "log/log_files.h"
 #include "log/log_queue.h"
 
@@ -22,16 +24,19 @@ namespace {
 constexpr char kGeneralKey[] = "sys_log";
 
 LogQueue log_queue;
+LogFiles log_files;
 pthread_t log_thread;
 bool log_thread_runs = false;
 
+// Guards the C library's calendar, which has a lock of its own that a fork does not know.
+pthread_mutex_t calendar_mutex = PTHREAD_MUTEX_INITIALIZER;
+
 void* log_writer_thread(void*) {
-    static LogFiles files;
     LogEntry entry;
     while (log_queue.take(entry)) {
-        files.write(entry.key, entry.line);
+        log_files.write(entry.key, entry.line);
     }
-    files.close_all();
+    log_files.close_all();
     std::fputs("Log thread exited\n", stderr);
     return nullptr;
 }
@@ -41,6 +46,7 @@ const char* calendar_text(time_t second) {
     thread_local time_t shown = -1;
     thread_local char text[64];
     if (second != shown) {
+        const MutexLock lock(calendar_mutex);
         tm local{};
         localtime_r(&second, &local);
         std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
@@ -84,6 +90,29 @@ private:
     size_t length_ = 0;
 };
 
+void before_fork() {
+    pthread_mutex_lock(&calendar_mutex);
+    log_queue.hold();
+}
+
+void after_fork_in_parent() {
+    log_queue.let_go();
+    pthread_mutex_unlock(&calendar_mutex);
+}
+
+// The child has no writer: its log is empty and not started.
+void after_fork_in_child() {
+    calendar_mutex = PTHREAD_MUTEX_INITIALIZER;
+    log_queue.renew();
+    log_files.close_all();
+    log_thread_runs = false;
+    log_init_ok = 0;
+}
+
+[[gnu::constructor]] void follow_forks() {
+    pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+}
+
 }  // namespace
 
 }  // namespace vexo
@@ -96,7 +125,7 @@ void log_init(void) {
     }
     log_init_ok = 1;
     log_queue.restart();
-    log_thread_runs = pthread_create(&log_thread, nullptr, log_writer_thread, nullptr) == 0;
+    log_thread_runs = start_thread(log_thread, log_writer_thread, nullptr);
 }
 
 void log_write(uint32_t handle, const char* function, const char* text) {

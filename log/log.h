@@ -15,6 +15,9 @@
  * A line: "Function:<name> Handle:<number> Time:<YYYY-MM-DD hh:mm:ss.uuuuuu> <text>", in local
  * time, cut at 2047 characters.
  *
+ * A child of fork() begins with an empty log that is not started; its log_init() starts one of its
+ * own, whose files are those of its own current directory.
+ *
  * Nothing in the library starts or stops the log: call log_init() once early and log_cleanup() once
  * at the end. Until then up to 31 lines wait, and log_init() forgets them.
  */

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "base/owned_descriptor.h"
 
@@ -96,14 +97,15 @@ LogFiles::Row* LogFiles::add(const char* key) {
         return nullptr;
     }
     write_banner(file, key, "");
-    Row& row = rows_[count_++];
+    Row& row = rows_[count_];
     std::strncpy(row.key, key, sizeof row.key - 1);
     row.file = file;
+    ++count_;
     return &row;
 }
 
 void LogFiles::reset(Row& row) {
-    close(row.file);
+    close(std::exchange(row.file, -1));
     row.file = open_truncated(row.key);
     if (row.file >= 0) {
         write_banner(row.file, row.key, " RESET");

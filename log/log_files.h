@@ -4,6 +4,8 @@
 #ifndef LOG_LOG_FILES_H
 #define LOG_LOG_FILES_H
 
+#include <atomic>
+
 #include "log/log_key.h"
 
 namespace vexo {
@@ -31,7 +33,8 @@ private:
     static void reset(Row& row);
 
     Row rows_[kRows] = {};
-    int count_ = 0;
+    // Counts rows that are whole: a child of fork may close all of them at any moment.
+    std::atomic<int> count_ = 0;
 };
 
 }  // namespace vexo

@@ -74,4 +74,10 @@ void LogQueue::request_stop() {
     pthread_cond_broadcast(&changed_);
 }
 
+void LogQueue::renew() {
+    mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    changed_ = PTHREAD_COND_INITIALIZER;
+    restart();
+}
+
 }  // namespace vexo

@@ -30,6 +30,11 @@ public:
     bool take(LogEntry& entry);
     void request_stop();
 
+    // Around a fork: the child's queue is an empty one.
+    void hold() { pthread_mutex_lock(&mutex_); }
+    void let_go() { pthread_mutex_unlock(&mutex_); }
+    void renew();
+
 private:
     static constexpr int kSlots = 32;
 

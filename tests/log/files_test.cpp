@@ -58,28 +58,6 @@ TEST(LogFile, IsNamedAfterTheAddress) {
     }
 }
 
-TEST(LogFile, IsSharedByTheHandlesOfOneAddress) {
-    const uint32_t one = make_handle("10.0.0.5");
-    const uint32_t other = make_handle("10.0.0.5");
-    log_init();
-    log_write(one, "f", "x");
-    log_write(other, "f", "y");
-    log_cleanup();
-    EXPECT_THAT(lines_after(banner_of("10.0.0.5"), read_file("vexo_10_0_0_5_log")),
-                ElementsAre("Function:f Handle:" + std::to_string(one) + " x",
-                            "Function:f Handle:" + std::to_string(other) + " y"));
-}
-
-TEST(LogFile, IsMadeWithTheFirstLineAndFlushedWithEach) {
-    log_init();
-    EXPECT_THAT(files_here(), IsEmpty());
-    for (const std::string text : {"first", "second"}) {
-        log_write(0, "f", text.c_str());
-        EXPECT_TRUE(wait_until([&] { return read_file(kGeneralFile).ends_with(text + "\n"); }));
-    }
-    log_cleanup();
-}
-
 TEST(LogFile, IsRefusedToAnEleventhKeyUntilTheLogStartsAgain) {
     std::vector<uint32_t> handles = ten_handles();
     for (const bool general_first : {false, true}) {

@@ -73,17 +73,6 @@ TEST(LogQueue, Holds31LinesWhileTheWriterIsBlockedAndMakesNoCallerWait) {
     EXPECT_EQ(writer.finished_lines(), expected);
 }
 
-TEST(LogQueue, KeepsWhatWasLoggedBeforeTheEnd) {
-    for (int round = 0; round < 20; ++round) {
-        log_init();
-        log_numbers(31);
-        const std::vector<std::string> lines = finished_general_lines();
-        ASSERT_EQ(lines.size(), 31u);
-        EXPECT_EQ(lines.front(), line_of("0"));
-        EXPECT_EQ(lines.back(), line_of("30"));
-    }
-}
-
 // The library's own reports share log_string, but not their lines.
 TEST(LogQueue, TakesReportsOfManyThreadsWhole) {
     log_init();

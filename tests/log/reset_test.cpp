@@ -48,22 +48,3 @@ TEST(FullLogFile, IsTruncatedForTheNextLine) {
         lines_after("\n\n===== VEXO LOG (sys_log RESET) =====\n\n", read_file(kGeneralFile)),
         ElementsAre("Function:f Handle:0 y", "Function:f Handle:0 z"));
 }
-
-TEST(FullLogFile, ThatCannotBeTruncatedIsGivenUpUntilTheLogStartsAgain) {
-    const uint32_t other = make_handle("10.0.0.5");
-    log_init();
-    write_half_a_million_lines();
-    std::filesystem::remove(kGeneralFile);
-    std::filesystem::create_directory(kGeneralFile);
-    log_write(0, "f", "lost in the reset");
-    log_write(other, "f", "x");
-    ASSERT_TRUE(wait_until([] { return read_file("vexo_10_0_0_5_log").ends_with(" x\n"); }));
-    std::filesystem::remove(kGeneralFile);
-    log_write(0, "f", "lost thereafter");
-    log_cleanup();
-    EXPECT_THAT(files_here(), ElementsAre("vexo_10_0_0_5_log"));
-
-    log_init();
-    log_write(0, "f", "kept");
-    EXPECT_THAT(finished_general_lines(), ElementsAre("Function:f Handle:0 kept"));
-}
