@@ -71,8 +71,7 @@ typedef struct VexoMethodPage {
 
 static_assert(sizeof(VexoMethodPage) == 2 + VEXO_PAGE_ROWS * 104, "layout");
 
-/* What a controller says of itself. A text of 20 characters fills its field and has no final zero.
- */
+/* What a controller says of itself. A text of 20 characters fills its field, without a zero. */
 typedef struct VexoControllerVersion {
     uint16_t model;
     char firmware[20];

@@ -31,6 +31,7 @@
 #ifndef CLIENT_VEXO_H
 #define CLIENT_VEXO_H
 
+#include <pthread.h>
 #include <stdint.h>
 
 #include "client/commands.h"
@@ -39,8 +40,6 @@
 #include "log/log.h"
 #include "vexo_export.h"
 #include "wire/type_codes.h"
-
-#include <pthread.h>
 
 VEXO_C_BEGIN
 
@@ -140,8 +139,8 @@ VEXO_API int32_t sum_digits(int32_t value, uint32_t multiplier);
  * There is one receive thread for all handles, and it is not started again: after the first
  * vexo_destroy() no handle receives output packages any more. Destroy handles in the reverse order
  * of their creation: otherwise the handle registered last drops out of the lookups instead.
- * A connection that was never opened is closed as descriptor 0: the receive connection in mode 3 and
- * up, and all three of a handle that vexo_create() was not called for.
+ * A connection that was never opened is closed as descriptor 0: the receive connection in mode 3
+ * and up, and all three of a handle that vexo_create() was not called for.
  */
 VEXO_API int32_t vexo_destroy(uint32_t handle);
 
@@ -256,8 +255,10 @@ VEXO_API int32_t vexo_input_setup_send(uint32_t handle, int32_t count, int32_t* 
  */
 VEXO_API int32_t vexo_output_start(uint32_t handle, uint32_t spare);
 
-/* Pauses the output stream; the package store is then zeroed. `spare` is ignored. Returns the
- * common codes. */
+/*
+ * Pauses the output stream; the package store is then zeroed. `spare` is ignored.
+ * Returns the common codes.
+ */
 VEXO_API int32_t vexo_output_pause(uint32_t handle, uint32_t spare);
 
 /*
@@ -275,8 +276,8 @@ VEXO_API int32_t vexo_ouput_data_receive(uint32_t handle, uint32_t spare, void* 
  * Sends one input package: the values of the input recipe in recipe order, little-endian, without
  * padding. `data` holds as many bytes as the recipe's values have together. No reply is awaited;
  * over TCP the call waits at most 5 ms for room in the socket. Over TCP the system may also hold a
- * package back until the controller's host has acknowledged the last one, up to some 40 ms, and send
- * those of that time together; the raw path sends each at once.
+ * package back until the controller's host has acknowledged the last one, up to some 40 ms, and
+ * send those of that time together; the raw path sends each at once.
  * Returns 0, 302 or -1. Thread: any, but not beside another request on the same handle.
  */
 VEXO_API int32_t vexo_input_data_send(uint32_t handle, uint32_t recipe_id, const void* data);
@@ -290,15 +291,19 @@ VEXO_API int32_t vexo_input_data_send(uint32_t handle, uint32_t recipe_id, const
  */
 VEXO_API int32_t vexo_thread_init(uint32_t* list);
 
-/* Asks the receive thread to end, once it has finished its pass, and does not wait for it. Always
- * returns 0. The thread is not started again in this process. */
+/*
+ * Asks the receive thread to end, once it has finished its pass, and does not wait for it. The
+ * thread is not started again in this process.
+ * Always returns 0.
+ */
 VEXO_API int32_t vexo_thread_destroy(void);
 
 /*
  * The body of the receive thread, with the list of handles as its argument: for a thread of the
  * application's own making in place of vexo_thread_init(). Runs until it is cancelled, which takes
- * effect between two passes, or vexo_thread_destroy() has been called (it returns PTHREAD_CANCELED),
- * or a handle of the list is gone ("vexo_thread--VexoHandle not found"; it returns null).
+ * effect between two passes, or vexo_thread_destroy() has been called (it returns
+ * PTHREAD_CANCELED), or a handle of the list is gone ("vexo_thread--VexoHandle not found"; it
+ * returns null).
  */
 VEXO_API void* receive_thread(void* list);
 

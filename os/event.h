@@ -15,8 +15,9 @@ VEXO_API int32_t pthread_request_event(void);
    pthread_event_clr. A mask of 0 is never met.
    out         gets the flags of `mask` that are set, 0 after a time-out; not null
    timeout_us  MICROSECONDS on the monotonic clock, 0 = for ever (semaphore waits count
-   milliseconds) Returns 0, ETIMEDOUT (<errno.h>, positive) when the time is over, -1 for a row
-   outside the table or not in use, where `*out` is left as it was. */
+               milliseconds)
+   Returns 0, ETIMEDOUT (<errno.h>, positive) when the time is over, -1 for a row outside the table
+   or not in use, where `*out` is left as it was. */
 VEXO_API int32_t pthread_event_wait(int32_t index, uint32_t mask, uint32_t* out,
                                     uint32_t timeout_us);
 

@@ -98,8 +98,8 @@ VEXO_API int8_t queue_get_filtered(Queue* queue, void** element, queue_filter fi
 /* Drops all elements without releasing them. Threads that wait for room are not woken. */
 VEXO_API int8_t queue_flush(Queue* queue);
 
-/* Drops and releases all elements; `release` may be null. Threads that wait for room are not woken.
- */
+/* Drops and releases all elements; `release` may be null. Threads that wait for room are not
+   woken. */
 VEXO_API int8_t queue_flush_complete(Queue* queue, queue_release release);
 
 /* queue_flush and queue_put in one step; `release` is ignored. When the put is refused (-3, -4),
