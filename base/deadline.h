@@ -8,14 +8,13 @@
 
 namespace vexo {
 
-constexpr int64_t nanoseconds_per_second = 1'000'000'000;
-constexpr uint64_t nanoseconds_per_microsecond = 1'000;
-constexpr uint64_t nanoseconds_per_millisecond = 1'000'000;
+constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+constexpr uint64_t kNanosecondsPerMicrosecond = 1'000;
+constexpr uint64_t kNanosecondsPerMillisecond = 1'000'000;
 
 constexpr timespec plus(timespec time, uint64_t span_ns) {
     const int64_t nanoseconds = time.tv_nsec + static_cast<int64_t>(span_ns);
-    return {time.tv_sec + nanoseconds / nanoseconds_per_second,
-            nanoseconds % nanoseconds_per_second};
+    return {time.tv_sec + nanoseconds / kNanosecondsPerSecond, nanoseconds % kNanosecondsPerSecond};
 }
 
 constexpr bool later(const timespec& a, const timespec& b) {

@@ -8,8 +8,8 @@
 namespace vexo {
 
 // How a family answers a call on a row that is in range but not in use.
-constexpr int32_t accept_free_row = 0;
-constexpr int32_t refuse_free_row = -1;
+constexpr int32_t kAcceptFreeRow = 0;
+constexpr int32_t kRefuseFreeRow = -1;
 
 // A view of the two arrays that make a table. Requests are not guarded against each other. The
 // flags are atomic so that threads that use one row may look at its flag at any time, and that a

@@ -1,11 +1,11 @@
 // Input packages to the controller.
 #include <algorithm>
 
+#include "base/mutex_lock.h"
 #include "client/exchange.h"
 #include "client/registry.h"
 #include "client/request_buffer.h"
 #include "client/vexo.h"
-#include "base/mutex_lock.h"
 #include "net/exchange_socket.h"
 #include "net/raw_socket.h"
 

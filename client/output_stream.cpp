@@ -1,9 +1,9 @@
 // The output stream as the application sees it: start, pause, and the latest package.
+#include "base/mutex_lock.h"
 #include "client/exchange.h"
 #include "client/receive_thread.h"
 #include "client/registry.h"
 #include "client/vexo.h"
-#include "base/mutex_lock.h"
 
 pthread_mutex_t base_datarecv_mutex = PTHREAD_MUTEX_INITIALIZER;
 

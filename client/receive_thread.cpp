@@ -7,10 +7,10 @@
 #include <atomic>
 #include <cstring>
 
+#include "base/mutex_lock.h"
 #include "client/received_stream.h"
 #include "client/registry.h"
 #include "client/vexo.h"
-#include "base/mutex_lock.h"
 
 pthread_t th_receive;
 uint32_t recv_thread_init_ok;

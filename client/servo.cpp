@@ -1,13 +1,13 @@
 // The servo-joint command: one set-point per control cycle.
 #include <cstdio>
 
+#include "base/mutex_lock.h"
+#include "base/racing_copy.h"
 #include "client/exchange.h"
 #include "client/method_call.h"
 #include "client/registry.h"
 #include "client/request_buffer.h"
 #include "client/vexo.h"
-#include "base/mutex_lock.h"
-#include "base/racing_copy.h"
 #include "net/exchange_socket.h"
 #include "net/raw_socket.h"
 

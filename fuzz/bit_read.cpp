@@ -12,14 +12,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint16_t delivery = input.u16();
     const Span reply = input.rest();
     for (const auto read : {vexo_set_getalldigitalinputbits, vexo_set_getalldigitaloutputbits}) {
-        constexpr uint64_t untouched = 0x5A5A5A5A5A5A5A5A;
-        uint64_t bits = untouched;
+        constexpr uint64_t kUntouched = 0x5A5A5A5A5A5A5A5A;
+        uint64_t bits = kUntouched;
         answer(delivery, reply);
         const int32_t result = read(handle(), 0, &bits);
         uint64_t sent = 0;
         std::memcpy(&sent, dataspace().response + 7, sizeof sent);
         const bool accepted = result != VEXO_ERROR_TRANSPORT && dataspace().response[3] == 0;
-        check(accepted ? bits == sent : bits == untouched || bits == sent,
+        check(accepted ? bits == sent : bits == kUntouched || bits == sent,
               "the bits are those of the reply, or left alone");
     }
     answer(delivery, reply);

@@ -19,8 +19,8 @@ public:
         vexo::RawInstance& record = instance();
         record.fd = ends[0];
         record.mode = mode;
-        record.version = vexo::raw_version;
-        record.marker = vexo::raw_marker;
+        record.version = vexo::kRawVersion;
+        record.marker = vexo::kRawMarker;
         record.header_length = header_length;
         peer_ = ends[1];
     }

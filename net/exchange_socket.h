@@ -28,8 +28,8 @@ VEXO_API const char* socket_get_error_desc(int error_number);
 /*
  * Connects to a dotted IPv4 address (null counts as empty) and a TCP port (host order). Blocks
  * until the connection stands, is refused, or two repeated SYNs (TCP_SYNCNT 2, about 7 seconds)
- * were not answered. Returns the descriptor (3 or more, close-on-exec), or -1; then no descriptor is
- * left open, and one of these was printed and logged:
+ * were not answered. Returns the descriptor (3 or more, close-on-exec), or -1; then no descriptor
+ * is left open, and one of these was printed and logged:
  *   "Socket creation failed for <address>:<port> - <error>"
  *   "Invalid address <address> - <error>"    (a malformed address does not set errno)
  *   "Connection failed - <error>"

@@ -15,7 +15,7 @@ void seal_ip_message(RawInstance& instance, uint8_t code, std::span<uint8_t> mes
 }
 
 long open_ethernet_frame(const RawInstance& instance, std::span<uint8_t> frame, uint8_t& code) {
-    if (instance.version != raw_version) {
+    if (instance.version != kRawVersion) {
         return SOCKET_RAW_MALFORMED;
     }
     const wire::OpenedEthernetFrame opened = wire::open_ethernet_frame(frame);
@@ -31,7 +31,7 @@ long open_ethernet_frame(const RawInstance& instance, std::span<uint8_t> frame, 
 
 long open_ip_datagram(RawInstance& instance, std::span<uint8_t> datagram, uint8_t& code) {
     const wire::OpenedIpDatagram opened = wire::open_ip_datagram(datagram);
-    if (instance.version != raw_version || opened.fault != wire::FrameFault::none) {
+    if (instance.version != kRawVersion || opened.fault != wire::FrameFault::none) {
         return SOCKET_RAW_MALFORMED;
     }
     instance.peer_address.store(opened.source, std::memory_order_relaxed);

@@ -11,15 +11,15 @@
 namespace vexo {
 
 namespace ethernet {
-inline constexpr uint16_t our_type = wire::kEtherType;
-inline constexpr uint8_t header_length = wire::kEthernetHeader;
+inline constexpr uint16_t kOurType = wire::kEtherType;
+inline constexpr uint8_t kHeaderLength = wire::kEthernetHeader;
 }  // namespace ethernet
 
 namespace ip {
-inline constexpr uint8_t header_length = wire::kIpHeader;
+inline constexpr uint8_t kHeaderLength = wire::kIpHeader;
 }
 
-inline constexpr uint8_t raw_marker = 0xA6;
+inline constexpr uint8_t kRawMarker = 0xA6;
 
 using wire::ip_header_length;
 

@@ -4,8 +4,8 @@
 
 namespace vexo {
 
-uint8_t sockrawuse[raw_instance_count];
-RawInstance sockrawinst[raw_instance_count];
+uint8_t sockrawuse[kRawInstanceCount];
+RawInstance sockrawinst[kRawInstanceCount];
 std::atomic<uint32_t> sockrawsenderrcnt;
 
 int claim_raw_instance() {
@@ -18,7 +18,7 @@ int claim_raw_instance() {
 }
 
 RawInstance* find_raw_instance(int instance) {
-    if (instance < 0 || instance >= raw_instance_count || sockrawuse[instance] != 1) {
+    if (instance < 0 || instance >= kRawInstanceCount || sockrawuse[instance] != 1) {
         return nullptr;
     }
     return &sockrawinst[instance];

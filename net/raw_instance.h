@@ -46,11 +46,11 @@ struct RawInstance {
     MacAddress destination;
 };
 
-inline constexpr int raw_instance_count = 8;
-inline constexpr uint16_t raw_version = 1;
+inline constexpr int kRawInstanceCount = 8;
+inline constexpr uint16_t kRawVersion = 1;
 
-extern uint8_t sockrawuse[raw_instance_count];  // 1: in use
-extern RawInstance sockrawinst[raw_instance_count];
+extern uint8_t sockrawuse[kRawInstanceCount];  // 1: in use
+extern RawInstance sockrawinst[kRawInstanceCount];
 extern std::atomic<uint32_t> sockrawsenderrcnt;  // frames that were not sent whole
 
 // Takes the lowest free row. Returns its number, or -1 when all are in use.

@@ -41,9 +41,9 @@ void forbid_routing(int socket) {
 // some tenths of a second. The system's limit holds for those who lack the privilege to go beyond
 // it.
 void enlarge_queue(int socket) {
-    constexpr int bytes = 4 << 20;
-    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) == -1) {
-        setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    constexpr int kBytes = 4 << 20;
+    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &kBytes, sizeof kBytes) == -1) {
+        setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &kBytes, sizeof kBytes);
     }
 }
 
@@ -64,7 +64,7 @@ void raise_group_flags(int socket, const char* interface_name) {
 int bind_to_interface(int socket, int index) {
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ethernet::our_type);
+    address.sll_protocol = htons(ethernet::kOurType);
     address.sll_ifindex = index;
     return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
@@ -82,7 +82,7 @@ int socket_raw_icmp_create(uint16_t protocol) {
 }
 
 int socket_raw2_icmp_create(const char* interface_name, uint32_t* interface_index) {
-    OwnedDescriptor made(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ethernet::our_type)));
+    OwnedDescriptor made(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ethernet::kOurType)));
     const int fd = made.release();  // stays open whatever follows
     if (fd == -1) {
         return -1;

@@ -39,10 +39,10 @@ void take_source_address(RawInstance& instance, const char* interface_name) {
 void fill_record(RawInstance& instance, uint32_t mode, int fd) {
     instance.fd = fd;
     instance.mode = mode;
-    instance.version = raw_version;
-    instance.marker = raw_marker;
+    instance.version = kRawVersion;
+    instance.marker = kRawMarker;
     instance.header_length =
-        mode == SOCKET_RAW_MODE_ETHERNET ? ethernet::header_length : ip::header_length;
+        mode == SOCKET_RAW_MODE_ETHERNET ? ethernet::kHeaderLength : ip::kHeaderLength;
     instance.sequence = 0;
     instance.peer_address = 0;
     instance.destination.set(sock_raw_mcast_addr);
@@ -198,7 +198,7 @@ long socket_raw_sendto(int instance, uint8_t code, void* frame, int length) {
     if (found->mode == SOCKET_RAW_MODE_IP && peer == 0) {
         return SOCKET_RAW_BAD_INSTANCE;
     }
-    if (found->version != vexo::raw_version) {
+    if (found->version != vexo::kRawVersion) {
         return SOCKET_RAW_MALFORMED;
     }
     // A negative length stays one for the system, which refuses it.

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr unsigned int one_second_us = 1'000'000;
+constexpr unsigned int kOneSecondUs = 1'000'000;
 
 int fail_with(int cause) {
     errno = cause;
@@ -55,7 +55,7 @@ private:
 
 int sys_generic_select(int fd, unsigned int timeout_us, uint32_t* events) {
     vexo::store(events, 0);
-    if (timeout_us >= one_second_us) {
+    if (timeout_us >= kOneSecondUs) {
         return fail_with(EINVAL);
     }
     timeval limit{.tv_sec = 0, .tv_usec = timeout_us};
@@ -70,7 +70,7 @@ int sys_generic_select(int fd, unsigned int timeout_us, uint32_t* events) {
 
 int sys_generic_select_multiread(const int* fds, unsigned int count, unsigned int timeout_us,
                                  uint32_t* ready) {
-    if (timeout_us >= one_second_us || (fds == nullptr && count > 0)) {
+    if (timeout_us >= kOneSecondUs || (fds == nullptr && count > 0)) {
         return fail_with(EINVAL);
     }
     ReadList list;

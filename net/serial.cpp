@@ -15,16 +15,16 @@ namespace {
 enum class Kind : uint8_t { mailbox = 0, device = 1 };
 enum class Transmit : uint8_t { idle = 0, waiting = 1, taken = 2 };
 
-constexpr int free_row = -1;
-constexpr uint8_t receiving = 3;
+constexpr int kFreeRow = -1;
+constexpr uint8_t kReceiving = 3;
 
 struct Channel {
-    int32_t fd;  // free_row, a device's descriptor, or the own number of a mailbox
+    int32_t fd;  // kFreeRow, a device's descriptor, or the own number of a mailbox
     Kind kind;
 
     // Only mailboxes use what follows.
     bool receive_ready;     // the pump has handed in data that may be read
-    uint8_t receive_state;  // `receiving` once the mailbox is set up; tells a debugger only
+    uint8_t receive_state;  // `kReceiving` once the mailbox is set up; tells a debugger only
     Transmit transmit_state;
     uint16_t receive_count;
     uint16_t transmit_count;
@@ -42,13 +42,13 @@ Channel* find_channel(int number) {
 
 // The first row that is free; the end of the table when none is.
 Channel* lowest_free_channel() {
-    return std::ranges::find(ttyInsts, free_row, &Channel::fd);
+    return std::ranges::find(ttyInsts, kFreeRow, &Channel::fd);
 }
 
 void free_all_channels_once() {
     if (!ttyInstsinit) {
         for (Channel& channel : ttyInsts) {
-            channel.fd = free_row;
+            channel.fd = kFreeRow;
         }
         ttyInstsinit = true;
     }
@@ -56,7 +56,7 @@ void free_all_channels_once() {
 
 void tty_start_receive(Channel& channel) {
     channel.receive_ready = false;
-    channel.receive_state = receiving;
+    channel.receive_state = kReceiving;
 }
 
 void make_mailbox(Channel& channel, int number) {

@@ -53,7 +53,8 @@ VEXO_C_BEGIN
  *              fails after it; left alone when the device cannot be opened or is no terminal
  *
  * The device is opened for reading and writing, non-blocking, close-on-exec and not as controlling
- * terminal; its descriptor is never 0, 1 or 2. No translation, echo, signal characters or flow control of any kind is in force.
+ * terminal; its descriptor is never 0, 1 or 2. No translation, echo, signal characters or flow
+ * control of any kind is in force.
  *
  * Returns 0, or -1 when no channel is free or the device cannot be opened or configured; the
  * channel then stays free and the device is closed. Does not wait for the line. */

@@ -17,7 +17,7 @@ struct LineSpeed {
 };
 
 // 2000000 is missing on purpose: it falls back to 9600 like every other value not listed.
-constexpr LineSpeed line_speeds[] = {
+constexpr LineSpeed kLineSpeeds[] = {
     {4000000, B4000000}, {3500000, B3500000}, {3000000, B3000000}, {2500000, B2500000},
     {1500000, B1500000}, {1152000, B1152000}, {1000000, B1000000}, {921600, B921600},
     {576000, B576000},   {500000, B500000},   {460800, B460800},   {230400, B230400},
@@ -27,8 +27,8 @@ constexpr LineSpeed line_speeds[] = {
 };
 
 speed_t speed_of(unsigned int baud) {
-    const auto* found = std::ranges::find(line_speeds, baud, &LineSpeed::baud);
-    return found == std::end(line_speeds) ? B9600 : found->code;
+    const auto* found = std::ranges::find(kLineSpeeds, baud, &LineSpeed::baud);
+    return found == std::end(kLineSpeeds) ? B9600 : found->code;
 }
 
 tcflag_t character_size(int data_bits) {

@@ -4,8 +4,8 @@
  * Addresses are 32-bit numbers and ports are numbers in host byte order (127.0.0.1 is 0x7F000001);
  * only the low 16 bits of a port count. A descriptor is a plain int that belongs to the caller, who
  * closes it with socket_tcp_close; it is never 0, 1 or 2. A function that fails leaves the cause in
- * errno and no descriptor behind. Nothing here prints, logs or keeps state: every function may be called from
- * any thread, and different threads may use one socket as the system allows. */
+ * errno and no descriptor behind. Nothing here prints, logs or keeps state: every function may be
+ * called from any thread, and different threads may use one socket as the system allows. */
 #ifndef NET_TCP_H
 #define NET_TCP_H
 

@@ -11,7 +11,7 @@ namespace vexo {
 
 namespace {
 
-constexpr suseconds_t microseconds_per_second = 1'000'000;
+constexpr suseconds_t kMicrosecondsPerSecond = 1'000'000;
 
 int fail_with(int cause) {
     errno = cause;
@@ -27,9 +27,9 @@ int take_events(pollfd& polled) {
 }
 
 timespec time_of(const timeval& limit) {
-    constexpr time_t longest = std::numeric_limits<time_t>::max() / 2;
-    return {std::min(limit.tv_sec, longest) + limit.tv_usec / microseconds_per_second,
-            limit.tv_usec % microseconds_per_second * 1000};
+    constexpr time_t kLongest = std::numeric_limits<time_t>::max() / 2;
+    return {std::min(limit.tv_sec, kLongest) + limit.tv_usec / kMicrosecondsPerSecond,
+            limit.tv_usec % kMicrosecondsPerSecond * 1000};
 }
 
 // What is left of `limit` now, when it began at `start`.
@@ -39,7 +39,7 @@ timeval rest_of(const timeval& limit, const timespec& start) {
     timespec rest{whole.tv_sec - (now.tv_sec - start.tv_sec),
                   whole.tv_nsec - (now.tv_nsec - start.tv_nsec)};
     if (rest.tv_nsec < 0) {
-        rest = {rest.tv_sec - 1, rest.tv_nsec + nanoseconds_per_second};
+        rest = {rest.tv_sec - 1, rest.tv_nsec + kNanosecondsPerSecond};
     }
     rest = plus({rest.tv_sec, 0}, static_cast<uint64_t>(rest.tv_nsec));
     return rest.tv_sec < 0 ? timeval{} : timeval{rest.tv_sec, rest.tv_nsec / 1000};

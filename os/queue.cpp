@@ -27,8 +27,8 @@ enum Result : int8_t {
     wait_failed = -8,
 };
 
-constexpr useconds_t departure_check_us = 1000;
-constexpr useconds_t busy_retry_us = 100000;
+constexpr useconds_t kDepartureCheckUs = 1000;
+constexpr useconds_t kBusyRetryUs = 100000;
 
 }  // namespace
 
@@ -285,7 +285,7 @@ bool lock_when_left(Queue& queue) {
         }
         wake_all(queue);  // those too that began to wait after the queue was closed
         pthread_mutex_unlock(queue.mutex);
-        usleep(departure_check_us);
+        usleep(kDepartureCheckUs);
     }
     return false;
 }
@@ -305,7 +305,7 @@ int8_t destroy(Queue* queue, queue_release release) {
     pthread_mutex_unlock(queue->mutex);
     int result = 0;
     while ((result = pthread_mutex_destroy(queue->mutex)) == EBUSY) {
-        usleep(busy_retry_us);
+        usleep(kBusyRetryUs);
     }
     free_parts(queue);
     return static_cast<int8_t>(result);
@@ -362,7 +362,7 @@ int8_t queue_get_timewait(Queue* queue, void** element, uint32_t timeout_us) {
     return get(timeout_us == 0 ? nullptr : queue, element, [&](Queue& q) {
         // The condition runs on the wall clock. The pairing is the contract: it makes the wait fail
         // at once.
-        const uint64_t span_ns = timeout_us * vexo::nanoseconds_per_microsecond;
+        const uint64_t span_ns = timeout_us * vexo::kNanosecondsPerMicrosecond;
         return take_first_wait(q, element, vexo::monotonic_deadline(span_ns), hold);
     });
 }
@@ -396,13 +396,13 @@ int8_t queue_flush_complete_put(Queue* queue, queue_release release, void* eleme
 }
 
 uint16_t queue_elements(Queue* queue) {
-    constexpr uint16_t not_locked = 65535;
-    constexpr uint16_t not_unlocked = 65534;
+    constexpr uint16_t kNotLocked = 65535;
+    constexpr uint16_t kNotUnlocked = 65534;
     if (queue == nullptr || pthread_mutex_lock(queue->mutex) != 0) {
-        return not_locked;
+        return kNotLocked;
     }
     const uint16_t count = queue->count;
-    return pthread_mutex_unlock(queue->mutex) == 0 ? count : not_unlocked;
+    return pthread_mutex_unlock(queue->mutex) == 0 ? count : kNotUnlocked;
 }
 
 int8_t queue_empty(Queue* queue) {

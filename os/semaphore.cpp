@@ -2,7 +2,7 @@
 
 #include "os/tables.h"
 
-using vexo::refuse_free_row;
+using vexo::kRefuseFreeRow;
 using vexo::semaphores;
 using vexo::WaitableWord;
 
@@ -11,9 +11,9 @@ int32_t pthread_request_sem(uint32_t initial_count) {
 }
 
 int32_t pthread_sem_wait(int32_t index, uint32_t timeout_ms, uint8_t take_all) {
-    return semaphores.on_row(index, refuse_free_row, [&](WaitableWord& count) {
+    return semaphores.on_row(index, kRefuseFreeRow, [&](WaitableWord& count) {
         const vexo::Deadline deadline =
-            vexo::monotonic_deadline(timeout_ms * vexo::nanoseconds_per_millisecond);
+            vexo::monotonic_deadline(timeout_ms * vexo::kNanosecondsPerMillisecond);
         const vexo::MutexLock lock(count.mutex);
         const int result = count.wait_for_any(UINT32_MAX, deadline, lock.hold());
         if (result == 0) {
@@ -24,14 +24,14 @@ int32_t pthread_sem_wait(int32_t index, uint32_t timeout_ms, uint8_t take_all) {
 }
 
 int32_t pthread_sem_signal(int32_t index) {
-    return semaphores.on_row(index, refuse_free_row, [](WaitableWord& count) {
+    return semaphores.on_row(index, kRefuseFreeRow, [](WaitableWord& count) {
         count.change([](uint32_t& value) { ++value; });
         return 0;
     });
 }
 
 int32_t pthread_free_sem(int32_t index) {
-    return semaphores.on_row(index, refuse_free_row, [&](WaitableWord& count) {
+    return semaphores.on_row(index, kRefuseFreeRow, [&](WaitableWord& count) {
         count.destroy();
         semaphores.release(index);
         return 0;

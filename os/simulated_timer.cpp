@@ -3,16 +3,16 @@
 #include <cerrno>
 
 #include "base/deadline.h"
-#include "os/tables.h"
 #include "base/thread.h"
+#include "os/tables.h"
 
 namespace vexo {
 
 namespace {
 
-constexpr uint32_t tick_ns = 500'000;
-constexpr ThreadPlan simulation_plan = {16384, SCHED_FIFO, 51};
-constexpr int32_t no_slot = -1;
+constexpr uint32_t kTickNs = 500'000;
+constexpr ThreadPlan kSimulationPlan = {16384, SCHED_FIFO, 51};
+constexpr int32_t kNoSlot = -1;
 
 pthread_t timersimuthread;
 std::atomic<uint32_t> timersimuthreadid;  // 0 until the thread runs
@@ -20,7 +20,7 @@ std::atomic<uint32_t> timersimuthreadid;  // 0 until the thread runs
 // The slot that the thread looks at or calls back for. It is published before the slot's flag is
 // read, and looked at after the flag is cleared, so that of the thread and whoever frees the slot
 // at least one sees the other.
-std::atomic<int32_t> busy_slot = no_slot;
+std::atomic<int32_t> busy_slot = kNoSlot;
 
 void tick(int32_t slot) {
     SimulatedTimer& timer = simulated_timers[slot];
@@ -40,7 +40,7 @@ void tick_all() {
         if (simulated_timers.in_use(slot)) {
             tick(slot);
         }
-        busy_slot = no_slot;
+        busy_slot = kNoSlot;
         busy_slot.notify_all();
     }
 }
@@ -49,7 +49,7 @@ void tick_all() {
 timespec next_tick(timespec tick_time) {
     const timespec now = monotonic_now();
     do {
-        tick_time = plus(tick_time, tick_ns);
+        tick_time = plus(tick_time, kTickNs);
     } while (later(now, tick_time));
     return tick_time;
 }
@@ -57,7 +57,7 @@ timespec next_tick(timespec tick_time) {
 void* simulate(void*) {
     timersimuthreadid = kernel_thread_id();
     timersimuthreadid.notify_all();
-    timespec tick_time = plus(monotonic_now(), tick_ns);
+    timespec tick_time = plus(monotonic_now(), kTickNs);
     for (;;) {
         while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &tick_time, nullptr) == EINTR) {
         }
@@ -72,7 +72,7 @@ bool start_simulation() {
     if (timersimuthreadid != 0) {
         return true;
     }
-    if (!start_thread(timersimuthread, simulation_plan, simulate, nullptr)) {
+    if (!start_thread(timersimuthread, kSimulationPlan, simulate, nullptr)) {
         return false;
     }
     timersimuthreadid.wait(0);
@@ -88,14 +88,14 @@ bool request_simulated_timer(uint32_t period_us, TimerCallback callback, void* a
     }
     slot = static_cast<uint32_t>(lowest);
     const uint32_t period_ns = period_us * 1000;  // wraps around: documented
-    const uint32_t divider = period_ns < tick_ns ? 1 : period_ns / tick_ns;
+    const uint32_t divider = period_ns < kTickNs ? 1 : period_ns / kTickNs;
     simulated_timers[lowest] = {divider, 0, callback, arg};
     simulated_timers.mark(lowest);
     return true;
 }
 
 int32_t free_simulated_timer(int32_t slot) {
-    return simulated_timers.on_row(slot, refuse_free_row, [slot](SimulatedTimer&) {
+    return simulated_timers.on_row(slot, kRefuseFreeRow, [slot](SimulatedTimer&) {
         simulated_timers.release(slot);
         if (timersimuthreadid != kernel_thread_id()) {
             busy_slot.wait(slot);

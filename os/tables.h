@@ -4,8 +4,8 @@
 
 #include <pthread.h>
 
-#include "os/queue.h"
 #include "base/slot_table.h"
+#include "os/queue.h"
 #include "os/timer_records.h"
 #include "os/waitable_word.h"
 
@@ -15,27 +15,27 @@ using InUseFlag = std::atomic<uint8_t>;
 
 inline InUseFlag mutexqueneuse[40];
 inline pthread_mutex_t mutexquene[40];
-inline constexpr SlotTable mutexes(mutexqueneuse, mutexquene);
+inline constinit const SlotTable mutexes(mutexqueneuse, mutexquene);
 
 inline InUseFlag queueuse[20];
 inline Queue* queuehandle[20];
-inline constexpr SlotTable message_queues(queueuse, queuehandle);
+inline constinit const SlotTable message_queues(queueuse, queuehandle);
 
 inline InUseFlag semqueueuse[30];
 inline WaitableWord semqueue[30];  // the word is the count
-inline constexpr SlotTable semaphores(semqueueuse, semqueue);
+inline constinit const SlotTable semaphores(semqueueuse, semqueue);
 
 inline InUseFlag eventqueueuse[8];
 inline WaitableWord eventqueue[8];  // the word is the set of flags
-inline constexpr SlotTable events(eventqueueuse, eventqueue);
+inline constinit const SlotTable events(eventqueueuse, eventqueue);
 
 inline InUseFlag timersimuthreadqueueuse[3];
 inline SimulatedTimer timersimuthreadqueue[3];
-inline constexpr SlotTable simulated_timers(timersimuthreadqueueuse, timersimuthreadqueue);
+inline constinit const SlotTable simulated_timers(timersimuthreadqueueuse, timersimuthreadqueue);
 
 inline InUseFlag timerqueueuse[3];
 inline TimerRecord timerqueue[3];
-inline constexpr SlotTable timers(timerqueueuse, timerqueue);
+inline constinit const SlotTable timers(timerqueueuse, timerqueue);
 
 }  // namespace vexo
 

@@ -6,15 +6,15 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "os/tables.h"
 #include "base/thread.h"
+#include "os/tables.h"
 
 namespace {
 
-constexpr int nothing_to_raise = -1;
+constexpr int kNothingToRaise = -1;
 
 // Lifts the soft limit of real-time priorities to the one asked for, as far as the hard limit goes.
-// Returns 0, an error number, or nothing_to_raise when the limit was not what stood in the way or
+// Returns 0, an error number, or kNothingToRaise when the limit was not what stood in the way or
 // can't be moved far enough.
 int raise_soft_priority_limit(int policy, const sched_param& parameter) {
     const int highest = sched_get_priority_max(policy);
@@ -27,7 +27,7 @@ int raise_soft_priority_limit(int policy, const sched_param& parameter) {
     };
     const auto wanted = static_cast<rlim_t>(std::max(parameter.sched_priority, 0));
     if (wanted <= bounded(limit.rlim_cur) || wanted > bounded(limit.rlim_max)) {
-        return nothing_to_raise;
+        return kNothingToRaise;
     }
     limit.rlim_cur = wanted;
     return setrlimit(RLIMIT_RTPRIO, &limit) == 0 ? 0 : errno;
@@ -71,6 +71,7 @@ int32_t pthread_set_taskaffinity(int8_t cpu, const char* name) {
         CPU_ZERO(&cpus);
         CPU_SET(static_cast<unsigned>(cpu), &cpus);
         // Refusals are positive error numbers: by contract they pass unnoticed.
+        // NOLINTNEXTLINE(bugprone-posix-return)
         if (pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus) == -1) {
             return -1;
         }
@@ -82,9 +83,9 @@ int32_t pthread_set_taskaffinity(int8_t cpu, const char* name) {
 }
 
 int32_t pthread_set_param(int32_t priority, uint32_t policy_selector) {
-    constexpr pid_t calling_thread = 0;
+    constexpr pid_t kCallingThread = 0;
     sched_param parameter{};
     parameter.sched_priority = priority;
     const int policy = policy_selector == PTHREAD_POLICY_FIFO ? SCHED_FIFO : SCHED_OTHER;
-    return set_scheduler(calling_thread, policy, parameter) == 0 ? 0 : -1;
+    return set_scheduler(kCallingThread, policy, parameter) == 0 ? 0 : -1;
 }

@@ -3,9 +3,9 @@
 #include <csignal>
 
 #include "base/deadline.h"
+#include "base/thread.h"
 #include "os/simulated_timer.h"
 #include "os/tables.h"
-#include "base/thread.h"
 
 #ifndef sigev_notify_thread_id
 #define sigev_notify_thread_id _sigev_un._tid
@@ -13,15 +13,15 @@
 
 namespace {
 
-using vexo::refuse_free_row;
+using vexo::kRefuseFreeRow;
 using vexo::TimerMode;
 using vexo::TimerRecord;
 using vexo::timers;
 
 using SignalHandler = void (*)(int);
 
-constexpr size_t own_thread_stack_reserve = 16384;
-constexpr timespec exit_check_interval = {0, 500'000'000};
+constexpr size_t kOwnThreadStackReserve = 16384;
+constexpr timespec kExitCheckInterval = {0, 500'000'000};
 
 sigset_t alarm_only() {
     sigset_t set;
@@ -41,7 +41,7 @@ void* wait_for_alarms(void* record) {
     timer.tid = own_id;
     timer.tid.notify_all();
     while (timer.exit == 0 && timer.tid == own_id) {
-        if (sigtimedwait(&alarm, nullptr, &exit_check_interval) == SIGALRM) {
+        if (sigtimedwait(&alarm, nullptr, &kExitCheckInterval) == SIGALRM) {
             timer.callback(timer.index, timer.arg);
         }
     }
@@ -81,7 +81,7 @@ bool make_signal_timer(TimerRecord& timer, SignalHandler handler) {
 }
 
 bool make_own_thread_timer(TimerRecord& timer, uint32_t stack_size, int32_t priority) {
-    const vexo::ThreadPlan plan = {stack_size + own_thread_stack_reserve, SCHED_FIFO, priority};
+    const vexo::ThreadPlan plan = {stack_size + kOwnThreadStackReserve, SCHED_FIFO, priority};
     if (!vexo::start_thread(timer.thread, plan, wait_for_alarms, &timer)) {
         return false;
     }
@@ -123,8 +123,8 @@ int32_t arm(TimerRecord& timer, uint64_t first_us, uint64_t interval_us) {
         return 0;
     }
     itimerspec setting{};
-    setting.it_value = vexo::plus({}, first_us * vexo::nanoseconds_per_microsecond);
-    setting.it_interval = vexo::plus({}, interval_us * vexo::nanoseconds_per_microsecond);
+    setting.it_value = vexo::plus({}, first_us * vexo::kNanosecondsPerMicrosecond);
+    setting.it_interval = vexo::plus({}, interval_us * vexo::kNanosecondsPerMicrosecond);
     return timer_settime(timer.timer, 0, &setting, nullptr);
 }
 
@@ -156,20 +156,20 @@ int32_t pthread_request_timer(uint32_t period_us, void (*handler)(int signal_num
 }
 
 int32_t pthread_start_timer(int32_t index) {
-    return timers.on_row(index, refuse_free_row, [](TimerRecord& timer) {
+    return timers.on_row(index, kRefuseFreeRow, [](TimerRecord& timer) {
         return arm(timer, timer.period, timer.one_shot != 0 ? 0 : timer.period);
     });
 }
 
 int32_t pthread_stop_timer(int32_t index) {
-    return timers.on_row(index, refuse_free_row, [](TimerRecord& timer) {
+    return timers.on_row(index, kRefuseFreeRow, [](TimerRecord& timer) {
         arm(timer, 0, 0);
         return 0;
     });
 }
 
 int32_t pthread_free_timer(int32_t index) {
-    return timers.on_row(index, refuse_free_row, [index](TimerRecord& timer) {
+    return timers.on_row(index, kRefuseFreeRow, [index](TimerRecord& timer) {
         arm(timer, 0, 0);
         if (timer.thread != 0) {
             end_own_thread(timer);

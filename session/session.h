@@ -226,17 +226,17 @@ typedef struct VexoSessionStatus {
     uint32_t outputs;            /* entries of the three lists */
     uint32_t inputs;
     uint32_t methods;
-    uint32_t attempts;           /* to connect, since the session was last ready */
-    uint32_t model;              /* of the controller */
-    char firmware[256];          /* empty before the first answer */
+    uint32_t attempts;  /* to connect, since the session was last ready */
+    uint32_t model;     /* of the controller */
+    char firmware[256]; /* empty before the first answer */
     char hardware[256];
     char bootloader[256];
     char address[16];
-    uint8_t controller_mac[6];   /* raw only */
+    uint8_t controller_mac[6]; /* raw only */
     uint8_t host_mac[6];
-    uint32_t round_trip_us;      /* of the latest request */
-    VexoSessionError error;      /* the session's latest failure, whoever was told */
-    int64_t error_ns;            /* when, realtime; 0: none */
+    uint32_t round_trip_us; /* of the latest request */
+    VexoSessionError error; /* the session's latest failure, whoever was told */
+    int64_t error_ns;       /* when, realtime; 0: none */
 } VexoSessionStatus;
 
 /* Copies how things stand. The size of the inner error needs not be set. */
@@ -262,14 +262,14 @@ typedef enum VexoSessionEventKind {
 
 typedef struct VexoSessionEvent {
     uint32_t size;
-    uint32_t kind;         /* a VexoSessionEventKind */
-    uint64_t number;       /* 1, 2, ... for each session */
-    int64_t realtime_ns;   /* when */
+    uint32_t kind;       /* a VexoSessionEventKind */
+    uint64_t number;     /* 1, 2, ... for each session */
+    int64_t realtime_ns; /* when */
     int64_t monotonic_ns;
-    uint32_t state;        /* a VexoSessionState */
+    uint32_t state; /* a VexoSessionState */
     uint32_t previous;
     int64_t span_ns;
-    uint64_t count;        /* packages; for an error: how often it came since it was last told */
+    uint64_t count; /* packages; for an error: how often it came since it was last told */
     VexoSessionError error;
 } VexoSessionEvent;
 
@@ -303,7 +303,7 @@ typedef struct VexoSessionVariable {
     uint32_t id;       /* the controller's number of it */
     uint32_t type;     /* a VexoType; 0 for a method */
     uint32_t bytes;    /* of a value: 1 to 255; 0 for methods, and types that are not known here */
-    uint32_t element;  /* the type of one element: F64 for 6F64, itself for a scalar, CHAR for text */
+    uint32_t element;  /* the type of one element: F64 for 6F64, else itself, CHAR for text */
     uint32_t elements; /* 1 for a scalar, 255 for a text */
     uint32_t offset;   /* of a field: where it is in a record of the stream, or in the values of
                           the inputs; else 0 */
@@ -338,10 +338,10 @@ VEXO_API int32_t vexo_session_nearest(VexoSession* session, uint32_t kinds, cons
 
 typedef struct VexoSessionStreamOptions {
     uint32_t size;
-    uint32_t header_word;         /* passed to the controller as it is */
-    double ring_s;                /* how many seconds of packages are kept; default 4 */
-    uint32_t period_us;           /* of the packages, if known: for the size of the ring (default
-                                     1000) and for lateness (default: measured) */
+    uint32_t header_word; /* passed to the controller as it is */
+    double ring_s;        /* how many seconds of packages are kept; default 4 */
+    uint32_t period_us;   /* of the packages, if known: for the size of the ring (default
+                             1000) and for lateness (default: measured) */
     uint32_t reserved;
     const char* counter_variable; /* of the stream: counts packages by one; default: none. A gap
                                      counts as lost (the raw path sees gaps without it) */
@@ -376,7 +376,7 @@ VEXO_API int32_t vexo_session_stream_close(VexoSessionStream* stream, int64_t li
 typedef struct VexoSessionPackage {
     uint64_t number;             /* 1, 2, ... since the stream was opened, cuts included */
     int64_t arrival_realtime_ns; /* when the kernel had received it (see `stamped`) */
-    int64_t arrival_ns;          /* the same moment, monotonic: the package's age counts from here */
+    int64_t arrival_ns;          /* the same moment, monotonic: the age counts from here */
     int64_t stored_ns;           /* when it became readable, monotonic */
     uint32_t lost;               /* packages lost directly before it, as far as can be told */
     uint32_t connection;         /* over which it came: VexoSessionStatus.connection */
@@ -393,7 +393,7 @@ typedef struct VexoSessionLayout {
     uint32_t values_offset; /* sizeof(VexoSessionPackage) */
     uint32_t values_bytes;
     uint32_t reserved;
-    uint64_t capacity;      /* records in the ring */
+    uint64_t capacity; /* records in the ring */
 } VexoSessionLayout;
 
 /* How the records of the stream are laid out. It never changes while the stream is open. */
@@ -421,7 +421,7 @@ VEXO_API int32_t vexo_session_stream_latest(VexoSessionStream* stream, void* rec
 
 typedef struct VexoSessionCursorOptions {
     uint32_t size;
-    uint32_t from_oldest; /* 1: begins with the oldest record kept; default: with the next to come */
+    uint32_t from_oldest; /* 1: begins with the oldest record kept; default: the next to come */
     uint32_t cyclic;      /* 1: the reader means to have each package at once. One that it takes
                              more than half a period after it was stored counts as late by the
                              reader, and its age counts in the histogram of ages at reading */
@@ -484,7 +484,8 @@ VEXO_API int32_t vexo_session_get_text(const VexoSessionVariable* field, const v
 
 /*
  * Prepares input variables that are sent together, in one package. Waits as
- * vexo_session_stream_open() does. A session may have 16 of them. They are set up again after a cut.
+ * vexo_session_stream_open() does. A session may have 16 of them. They are set up again after a
+ * cut.
  * Results: TIMED_OUT, UNKNOWN_NAME, REFUSED, CUT, BUSY (16 are open), TOO_LARGE (more than 1396
  * bytes), WRONG_TYPE, NO_MEMORY.
  */
@@ -563,8 +564,8 @@ VEXO_API int32_t vexo_session_call(VexoSession* session, const char* method,
 
 typedef struct VexoSessionSetPoint {
     uint32_t size;
-    uint32_t count;       /* of `joints`, up to 255 */
-    double value;         /* the leading number; what it means is the controller's */
+    uint32_t count; /* of `joints`, up to 255 */
+    double value;   /* the leading number; what it means is the controller's */
     const double* joints;
     const double* vector; /* six numbers, or null. Version 1 sends them whenever they are given, the
                              others only with a flag that is not 0 */
@@ -575,8 +576,9 @@ typedef struct VexoSessionSetPoint {
 /*
  * Sends one set-point in the form of the negotiated version, over the control connection or, on the
  * raw path, in a frame, from the calling thread. Set-points of a session go out one after another.
- *   acknowledge_us  how long to wait for the controller's acknowledgement, other threads' set-points
- *                   before it included; 0: not at all. With `no_acknowledge` none is waited for
+ *   acknowledge_us  how long to wait for the controller's acknowledgement, other threads'
+ *                   set-points before it included; 0: not at all. With `no_acknowledge` none is
+ *                   waited for
  * Results: OK (acknowledged, or sent and not waited for); REFUSED; TIMED_OUT: sent, and not
  * acknowledged in time (a late one is not taken for that of the next); NOT_CONNECTED; CUT;
  * UNKNOWN_NAME (no such method); SYSTEM (no room in the socket: not sent).
@@ -615,13 +617,13 @@ VEXO_API int32_t vexo_session_feed_push(VexoSessionFeed* feed, const double* poi
 
 typedef struct VexoSessionFeedStatus {
     uint32_t size;
-    uint32_t cut;         /* 1: see above */
+    uint32_t cut; /* 1: see above */
     uint64_t waiting;
     uint64_t sent;
     uint64_t acknowledged;
     uint64_t refused;
-    uint64_t underruns;   /* periods in which nothing was there to send, but the last ones */
-    int32_t last_status;  /* the controller's, of the latest that was refused; 0: none */
+    uint64_t underruns;  /* periods in which nothing was there to send, but the last ones */
+    int32_t last_status; /* the controller's, of the latest that was refused; 0: none */
     uint32_t reserved;
 } VexoSessionFeedStatus;
 
@@ -638,11 +640,11 @@ VEXO_API int32_t vexo_session_feed_close(VexoSessionFeed* feed);
 /* Who made a package late. A package is late when it becomes readable more than half a period
  * after it was due; the largest part of its delay says who. */
 typedef enum VexoSessionCause {
-    VEXO_SESSION_CAUSE_PEER = 0,    /* the controller sent it late */
-    VEXO_SESSION_CAUSE_WIRE = 1,    /* between the controller and the kernel of this host */
-    VEXO_SESSION_CAUSE_WAKE_UP = 2, /* the I/O thread was woken late */
-    VEXO_SESSION_CAUSE_LIBRARY = 3, /* the I/O thread was at work */
-    VEXO_SESSION_CAUSE_READER = 4,  /* a cyclic cursor's reader came late */
+    VEXO_SESSION_CAUSE_PEER = 0,         /* the controller sent it late */
+    VEXO_SESSION_CAUSE_WIRE = 1,         /* between the controller and the kernel of this host */
+    VEXO_SESSION_CAUSE_WAKE_UP = 2,      /* the I/O thread was woken late */
+    VEXO_SESSION_CAUSE_LIBRARY = 3,      /* the I/O thread was at work */
+    VEXO_SESSION_CAUSE_READER = 4,       /* a cyclic cursor's reader came late */
     VEXO_SESSION_CAUSE_PEER_OR_WIRE = 5, /* which cannot be told without a time variable */
     VEXO_SESSION_CAUSES = 6
 } VexoSessionCause;
@@ -656,27 +658,27 @@ typedef struct VexoSessionStatistics {
     uint32_t reserved;
     uint64_t packages;
     uint64_t package_bytes;
-    uint64_t lost;                      /* on the way, as far as can be told */
-    uint64_t malformed;                 /* packages of another length, damaged frames */
-    uint64_t foreign;                   /* packages of another recipe */
-    uint64_t overwritten;               /* records that cursors came too late for */
+    uint64_t lost;        /* on the way, as far as can be told */
+    uint64_t malformed;   /* packages of another length, damaged frames */
+    uint64_t foreign;     /* packages of another recipe */
+    uint64_t overwritten; /* records that cursors came too late for */
     uint64_t late[VEXO_SESSION_CAUSES];
-    uint64_t kernel_drops;              /* raw: frames without room in the socket's queue */
+    uint64_t kernel_drops; /* raw: frames without room in the socket's queue */
     uint64_t requests;
-    uint64_t refused;                   /* requests and set-points */
-    uint64_t timed_out;                 /* requests and set-points */
-    uint64_t late_replies;              /* came after their call had given up */
+    uint64_t refused;      /* requests and set-points */
+    uint64_t timed_out;    /* requests and set-points */
+    uint64_t late_replies; /* came after their call had given up */
     uint64_t set_points;
     uint64_t acknowledged;
     uint64_t inputs;
-    uint64_t attempts;                  /* to connect */
-    uint64_t connections;               /* how often the session became ready */
+    uint64_t attempts;    /* to connect */
+    uint64_t connections; /* how often the session became ready */
     uint64_t cuts;
-    uint64_t cut_ns;                    /* all cuts together, from the cut to ready */
+    uint64_t cut_ns; /* all cuts together, from the cut to ready */
     uint64_t longest_cut_ns;
-    uint64_t last_cut_ns;               /* how long the latest took; 0 while it lasts */
-    uint64_t period_ns;                 /* of the stream as measured; 0: not yet */
-    uint64_t wake_ups;                  /* of the I/O thread, for all sessions */
+    uint64_t last_cut_ns; /* how long the latest took; 0 while it lasts */
+    uint64_t period_ns;   /* of the stream as measured; 0: not yet */
+    uint64_t wake_ups;    /* of the I/O thread, for all sessions */
 } VexoSessionStatistics;
 
 /* Never waits, and disturbs nobody. */
@@ -720,13 +722,13 @@ VEXO_API uint64_t vexo_session_percentile_ns(const VexoSessionHistogram* histogr
 
 typedef struct VexoSessionClock {
     uint32_t size;
-    uint32_t valid;          /* 0: no time variable, or too few packages yet */
-    double offset_s;         /* host monotonic minus controller time, at `at_ns`; it includes the
-                                least time on the way */
-    double drift_ppm;        /* the host's clock gains so much on the controller's */
-    double uncertainty_s;    /* of the offset: how far the fastest packages lie apart */
-    int64_t at_ns;           /* monotonic */
-    uint64_t packages;       /* that went into it */
+    uint32_t valid;       /* 0: no time variable, or too few packages yet */
+    double offset_s;      /* host monotonic minus controller time, at `at_ns`; it includes the
+                             least time on the way */
+    double drift_ppm;     /* the host's clock gains so much on the controller's */
+    double uncertainty_s; /* of the offset: how far the fastest packages lie apart */
+    int64_t at_ns;        /* monotonic */
+    uint64_t packages;    /* that went into it */
 } VexoSessionClock;
 
 /*

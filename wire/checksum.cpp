@@ -16,7 +16,7 @@ Word load(const uint8_t* bytes) {
     return word;
 }
 
-constexpr size_t block_size = 2 * sizeof(Pair);
+constexpr size_t kBlockSize = 2 * sizeof(Pair);
 
 // The sum of the 32-bit words of `blocks` blocks: wider words give the same one's complement sum.
 // `all` adds the 64-bit words as they are, dropping carries; `high` adds their upper halves, from
@@ -25,8 +25,8 @@ uint64_t sum_of_blocks(const uint8_t* bytes, size_t blocks) {
     Pair all[2]{};
     Pair high[2]{};
 #pragma GCC unroll 4  // the loop itself would cost a third
-    for (const uint8_t* const end = bytes + blocks * block_size; bytes != end;
-         bytes += block_size) {
+    for (const uint8_t* const end = bytes + blocks * kBlockSize; bytes != end;
+         bytes += kBlockSize) {
         const Pair first = load<Pair>(bytes);
         const Pair second = load<Pair>(bytes + sizeof(Pair));
         all[0] += first;
@@ -66,8 +66,8 @@ uint16_t fold(uint64_t sum) {
 }  // namespace
 
 uint16_t internet_checksum(std::span<const uint8_t> data) {
-    const size_t blocks = data.size() / block_size;
-    const auto rest = data.subspan(blocks * block_size);
+    const size_t blocks = data.size() / kBlockSize;
+    const auto rest = data.subspan(blocks * kBlockSize);
     const uint64_t sum = sum_of_blocks(data.data(), blocks) + sum_of_rest(rest.data(), rest.size());
     return static_cast<uint16_t>(~fold(sum));
 }

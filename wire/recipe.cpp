@@ -16,8 +16,8 @@ MessageWriter input_recipe_request(std::span<uint8_t> buffer, uint16_t count) {
 }
 
 size_t output_recipe_room(size_t size) {
-    constexpr size_t header = kMessageHeader + sizeof(uint32_t) + sizeof(uint16_t);
-    return size > header ? (size - header) / sizeof(uint32_t) : 0;
+    constexpr size_t kHeader = kMessageHeader + sizeof(uint32_t) + sizeof(uint16_t);
+    return size > kHeader ? (size - kHeader) / sizeof(uint32_t) : 0;
 }
 
 uint8_t recipe_id(std::span<const uint8_t> reply) {
