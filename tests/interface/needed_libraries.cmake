@@ -1,8 +1,8 @@
 # LIBRARY has its major version in its name and needs libc and the C++ runtime only.
 execute_process(COMMAND ${READELF} -d ${LIBRARY}
                 OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
-if(NOT dynamic MATCHES "\\(SONAME\\)[^\n]*\\[libvexo\\.so\\.1\\]")
-  message(FATAL_ERROR "The soname is not libvexo.so.1:\n${dynamic}")
+if(NOT dynamic MATCHES "\\(SONAME\\)[^\n]*\\[lib${NAME}\\.so\\.1\\]")
+  message(FATAL_ERROR "The soname is not lib${NAME}.so.1:\n${dynamic}")
 endif()
 if(dynamic MATCHES "\\((RPATH|RUNPATH|TEXTREL)\\)")
   message(FATAL_ERROR "The library has a ${CMAKE_MATCH_1}")

@@ -1,0 +1,412 @@
+#include "session/machine.h"
+
+#include <sys/epoll.h>
+
+#include <array>
+#include <cstring>
+#include <mutex>
+
+#include "session/error.h"
+#include "session/feed.h"
+#include "session/inputs.h"
+
+namespace vexo::session {
+
+namespace {
+
+constexpr Nanoseconds kFirstInterval = 50 * kMillisecond;
+constexpr Nanoseconds kLongestInterval = kSecond;
+constexpr Nanoseconds kKeenFor = 10 * kSecond;
+constexpr uint32_t kRawVersion = 3;
+constexpr Nanoseconds kLostEach = 100 * kMillisecond;
+
+}  // namespace
+
+Machine::Machine(Robot& robot)
+    : robot_(robot),
+      io_(*robot.io),
+      attempt_(io_, *this),
+      dialogue_(io_, robot.statistics, *this),
+      receiver_(io_, robot.statistics, *this),
+      set_up_(robot, receiver_),
+      down_since_(monotonic_ns()) {
+    control_watch_.machine = this;
+}
+
+void Machine::woken() {
+    if (ended_) {
+        return;
+    }
+    if (robot_.closed.load()) {
+        end();
+        return;
+    }
+    if (attempt_at_ == 0) {
+        begin_attempt();
+    }
+    look_after_callers();
+    proceed();
+    plan();
+}
+
+void Machine::due() {
+    if (ended_) {
+        return;
+    }
+    const Nanoseconds now = monotonic_ns();
+    check_limits(now);
+    if (!attempt_.running() && !connection_ && now >= retry_time()) {
+        begin_attempt();
+    }
+    if (feed_ && standing_) {
+        feed_->run(now);
+    }
+    receiver_.count_drops();
+    tell_lost(now);
+    proceed();
+    plan();
+}
+
+// ---- Connecting ---------------------------------------------------------------------------------
+
+void Machine::begin_attempt() {
+    const Nanoseconds now = monotonic_ns();
+    attempt_at_ = now;
+    const bool keen = now - down_since_ < kKeenFor;
+    retry_interval_ =
+        keen ? kFirstInterval : std::min(retry_interval_ + retry_interval_ / 2, kLongestInterval);
+    robot_.statistics.attempts.add();
+    {
+        const std::lock_guard lock(robot_.monitor);
+        ++robot_.standing.attempts;
+    }
+    robot_.enter(VEXO_SESSION_STATE_CONNECTING);
+    attempt_.begin(robot_.settings.address, !robot_.settings.raw());
+}
+
+Nanoseconds Machine::retry_time() const {
+    return attempt_at_ + retry_interval_;
+}
+
+void Machine::connected(Attempt::Links links) {
+    const VexoSessionError error = prepare(links);
+    if (error.code != VEXO_SESSION_OK) {
+        cut(error);
+        return;
+    }
+    proceed();
+    plan();
+}
+
+VexoSessionError Machine::prepare(const Attempt::Links& links) {
+    const Settings& settings = robot_.settings;
+    connection_ = make<Connection>(links.io, links.control);
+    connection_->version = settings.raw() ? kRawVersion : settings.mode;
+    connection_->acknowledges = !settings.raw() || settings.acknowledges;
+    {
+        const std::lock_guard lock(robot_.monitor);
+        connection_->number = robot_.standing.connection + 1;
+    }
+    Ref<RawPort> stream_port;
+    if (settings.raw()) {
+        connection_->raw = make<RawPort>(settings.interface.c_str());
+        stream_port = make<RawPort>(settings.interface.c_str());
+        if (connection_->raw->descriptor() < 0 || stream_port->descriptor() < 0) {
+            return system_failure(VEXO_SESSION_NO_INTERFACE, settings.interface.c_str(), errno);
+        }
+    }
+    const bool watched =
+        (settings.raw() ? receiver_.begin(stream_port) : receiver_.begin(links.receive)) &&
+        io_.watch(links.control->descriptor(), EPOLLRDHUP, control_watch_);
+    if (!watched) {
+        return system_failure(VEXO_SESSION_SYSTEM, "a connection cannot be watched", errno);
+    }
+    set_up_.begin(connection_, stream_port);
+    dialogue_.begin(links.io);
+    return {};
+}
+
+// ---- Requests -----------------------------------------------------------------------------------
+
+// Makes the next request, unless one is under way.
+void Machine::proceed() {
+    if (!connection_ || dialogue_.busy()) {
+        return;
+    }
+    const std::span<const uint8_t> request = set_up_.next();
+    if (!request.empty()) {
+        asked_ = Asked::set_up;
+        dialogue_.ask(request);
+        return;
+    }
+    if (!standing_) {
+        stand();
+    }
+    show_streaming();
+    if (!ask_for_caller()) {
+        asked_ = Asked::nothing;
+    }
+}
+
+void Machine::replied(std::span<const uint8_t> reply, Nanoseconds round_trip) {
+    {
+        const std::lock_guard lock(robot_.monitor);
+        robot_.standing.round_trip = round_trip;
+    }
+    if (asked_ == Asked::caller) {
+        answer_caller(reply, round_trip);
+    } else if (asked_ == Asked::set_up) {
+        const auto error = set_up_.take(reply);
+        if (error) {
+            cut(*error);
+            return;
+        }
+    }
+    proceed();
+    plan();
+}
+
+// The message is copied: its caller may leave as soon as the monitor is free.
+bool Machine::ask_for_caller() {
+    std::span<uint8_t> message;
+    {
+        const std::lock_guard lock(robot_.monitor);
+        const Request* request = robot_.requests.front();
+        if (request == nullptr) {
+            return false;
+        }
+        message = set_up_.buffer().first(request->message.size());
+        std::memcpy(message.data(), request->message.data(), message.size());
+        robot_.requests.sent();
+    }
+    asked_ = Asked::caller;
+    return dialogue_.ask(message);
+}
+
+void Machine::answer_caller(std::span<const uint8_t> reply, Nanoseconds round_trip) {
+    const std::lock_guard lock(robot_.monitor);
+    Request* request = robot_.requests.in_flight();
+    if (request == nullptr) {
+        robot_.statistics.late_replies.add();
+        return;
+    }
+    const std::span<const uint8_t> payload =
+        reply.subspan(std::min(reply.size(), wire::kReplyPayload));
+    const size_t copied = std::min(payload.size(), request->reply_room.size());
+    std::memcpy(request->reply_room.data(), payload.data(), copied);
+    request->reply_bytes = payload.size();
+    request->round_trip = round_trip;
+    const uint8_t status = wire::reply_status(reply);
+    if (status != 0) {
+        robot_.statistics.refused.add();
+    }
+    robot_.requests.finish(
+        status == 0 ? VexoSessionError{}
+                    : refusal(status, "the controller refuses it with the status %u", status));
+    robot_.monitor.tell_all();
+}
+
+// A caller whose limit has passed has withdrawn its request.
+void Machine::look_after_callers() {
+    bool withdrawn = false;
+    {
+        const std::lock_guard lock(robot_.monitor);
+        feed_ = robot_.wanted.feed;
+        withdrawn = robot_.requests.in_flight() == nullptr;
+    }
+    if (withdrawn && dialogue_.busy() && asked_ == Asked::caller) {
+        dialogue_.drop_reply();
+    }
+}
+
+void Machine::ping() {
+    if (standing_ && connection_ && !dialogue_.busy()) {
+        std::array<uint8_t, wire::kMessageHeader> request;
+        asked_ = Asked::ping;
+        dialogue_.ask(wire::MessageWriter(request, wire::Letter::controller_version).finish());
+    }
+}
+
+// ---- Standing -----------------------------------------------------------------------------------
+
+void Machine::stand() {
+    standing_ = true;
+    robot_.statistics.connections.add();
+    auto live = make<Live>();
+    live->connection = connection_;
+    live->control = make<ControlPort>(connection_, robot_.statistics);
+    const Nanoseconds down = monotonic_ns() - down_since_;
+    {
+        const std::lock_guard lock(robot_.monitor);
+        live->catalogue = robot_.catalogue;
+        live->servo_method =
+            live->catalogue->find(VEXO_SESSION_METHOD, robot_.settings.servo_method);
+        robot_.standing.connection = connection_->number;
+        robot_.standing.attempts = 0;
+        if (was_cut_) {
+            robot_.events.span(VEXO_SESSION_EVENT_BACK, down);
+        }
+    }
+    if (was_cut_) {
+        const auto span = static_cast<uint64_t>(down);
+        robot_.statistics.cut_ns.add(span);
+        robot_.statistics.last_cut_ns.set(span);
+        robot_.statistics.longest_cut_ns.set(
+            std::max(span, robot_.statistics.longest_cut_ns.get()));
+    }
+    robot_.set_live(std::move(live));
+}
+
+void Machine::show_streaming() {
+    robot_.enter(receiver_.receiving() ? VEXO_SESSION_STATE_STREAMING : VEXO_SESSION_STATE_READY);
+}
+
+void Machine::packages_lost() {
+    if (tell_lost_at_ == kNever) {
+        tell_lost_at_ = monotonic_ns() + kLostEach;
+        plan();
+    }
+}
+
+void Machine::tell_lost(Nanoseconds now) {
+    if (now < tell_lost_at_) {
+        return;
+    }
+    tell_lost_at_ = kNever;
+    const uint64_t lost = robot_.statistics.lost.get();
+    const std::lock_guard lock(robot_.monitor);
+    robot_.events.count(VEXO_SESSION_EVENT_LOST, lost - lost_told_);
+    lost_told_ = lost;
+    robot_.monitor.tell_all();
+}
+
+// ---- Cuts ---------------------------------------------------------------------------------------
+
+void Machine::ControlWatch::ready(uint32_t) {
+    if (!machine->connection_) {
+        return;
+    }
+    machine->cut(failure(VEXO_SESSION_CUT, "the controller has ended the control connection"));
+}
+
+void Machine::cut(const VexoSessionError& cause) {
+    VexoSessionError error = cause;
+    if (connection_ && connection_->reason().code != VEXO_SESSION_OK) {
+        error = connection_->reason();
+    }
+    drop_everything(false);
+    tell_cut(error);
+    if (std::exchange(standing_, false)) {
+        was_cut_ = true;
+        down_since_ = monotonic_ns();
+        retry_interval_ = kFirstInterval;
+    }
+    robot_.enter(VEXO_SESSION_STATE_WAITING);
+    plan();
+}
+
+void Machine::drop_everything(bool finish) {
+    robot_.set_live({});
+    if (connection_) {
+        io_.forget(connection_->control->descriptor());
+    }
+    dialogue_.end();
+    receiver_.end();
+    attempt_.abandon();
+    set_up_.end();
+    if (connection_) {
+        connection_->end(finish);
+        connection_ = {};
+    }
+    asked_ = Asked::nothing;
+}
+
+void Machine::tell_cut(const VexoSessionError& error) {
+    const std::lock_guard lock(robot_.monitor);
+    robot_.requests.finish_all(
+        failure(VEXO_SESSION_CUT, "%s", error.cause),
+        failure(VEXO_SESSION_NOT_CONNECTED, "the session was cut before it was sent"));
+    for (const Ref<Inputs>& inputs : robot_.wanted.inputs) {
+        inputs->cut(standing_);
+    }
+    if (robot_.wanted.stream) {
+        robot_.wanted.stream->clock.reset();
+    }
+    if (robot_.wanted.ending) {
+        robot_.wanted.ending->error = failure(VEXO_SESSION_CUT, "%s", error.cause);
+        robot_.wanted.ending = {};
+    }
+    if (robot_.wanted.feed) {
+        robot_.wanted.feed->cut();
+    }
+    if (standing_) {
+        robot_.statistics.cuts.add();
+        robot_.statistics.last_cut_ns.set(0);
+    }
+    robot_.note(standing_ ? VEXO_SESSION_EVENT_CUT : VEXO_SESSION_EVENT_ERROR, error);
+    robot_.monitor.tell_all();
+}
+
+// What callers have sent is still delivered.
+void Machine::end() {
+    drop_everything(true);
+    io_.unschedule(robot_);
+    ended_ = true;
+    feed_ = {};
+    robot_.enter(VEXO_SESSION_STATE_CLOSED);
+    const VexoSessionError closed = failure(VEXO_SESSION_CLOSED, "the session was closed");
+    const std::lock_guard lock(robot_.monitor);
+    robot_.requests.finish_all(closed, closed);
+    robot_.wanted = {};
+    robot_.gone = true;
+    robot_.monitor.tell_all();
+}
+
+// ---- Times --------------------------------------------------------------------------------------
+
+Nanoseconds Machine::stream_limit() const {
+    return robot_.settings.stream_limit != 0 ? robot_.settings.stream_limit : receiver_.patience();
+}
+
+void Machine::check_limits(Nanoseconds now) {
+    if (attempt_.running() &&
+        now >= attempt_at_ + std::max(robot_.settings.attempt, retry_interval_)) {
+        cut(failure(VEXO_SESSION_UNREACHABLE, "port %u does not answer", attempt_.waiting_for()));
+    } else if (dialogue_.busy() && asked_ != Asked::caller &&
+               now >= dialogue_.asked_at() + robot_.settings.reply_limit) {
+        cut(failure(VEXO_SESSION_SILENT, "the controller does not answer requests"));
+    } else if (receiver_.receiving() && now >= receiver_.heard_at() + stream_limit()) {
+        cut(failure(VEXO_SESSION_SILENT, "the controller has stopped to stream"));
+    } else if (standing_ && !receiver_.receiving() &&
+               now >= dialogue_.heard_at() + robot_.settings.idle) {
+        ping();
+    }
+}
+
+// When something is to be done even though nothing comes. Packages move this only when it is
+// reached.
+void Machine::plan() {
+    if (ended_) {
+        return;
+    }
+    Nanoseconds when = tell_lost_at_;
+    if (attempt_.running()) {
+        when = std::min(when, attempt_at_ + std::max(robot_.settings.attempt, retry_interval_));
+    } else if (!connection_) {
+        when = std::min(when, retry_time());
+    }
+    if (dialogue_.busy() && asked_ != Asked::caller) {
+        when = std::min(when, dialogue_.asked_at() + robot_.settings.reply_limit);
+    }
+    if (receiver_.receiving()) {
+        when = std::min(when, receiver_.heard_at() + stream_limit());
+    } else if (standing_ && !dialogue_.busy()) {
+        when = std::min(when, dialogue_.heard_at() + robot_.settings.idle);
+    }
+    if (feed_ && standing_) {
+        when = std::min(when, feed_->next_time());
+    }
+    io_.schedule(robot_, when);
+}
+
+}  // namespace vexo::session

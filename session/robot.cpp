@@ -1,0 +1,104 @@
+#include "session/robot.h"
+
+#include <mutex>
+
+#include "session/error.h"
+#include "session/feed.h"
+#include "session/inputs.h"
+#include "session/machine.h"
+#include "session/stream.h"
+#include "wire/set_point.h"
+
+namespace vexo::session {
+
+Robot::Robot(Ref<IoThread> thread, Settings given)
+    : io(std::move(thread)),
+      settings(std::move(given)),
+      machine_(std::make_unique<Machine>(*this)) {}
+
+Robot::~Robot() = default;
+
+void Robot::woken() {
+    machine_->woken();
+}
+
+void Robot::due() {
+    machine_->due();
+}
+
+Ref<Live> Robot::live() {
+    const std::lock_guard lock(live_mutex_);
+    return live_;
+}
+
+void Robot::set_live(Ref<Live> live) {
+    const std::lock_guard lock(live_mutex_);
+    live_ = std::move(live);
+}
+
+uint32_t Robot::next_sequence() {
+    uint32_t before = sequence.load(std::memory_order_relaxed);
+    while (!sequence.compare_exchange_weak(before, wire::next_sequence(before))) {
+    }
+    return wire::next_sequence(before);
+}
+
+void Robot::enter(uint32_t state) {
+    const std::lock_guard lock(monitor);
+    if (standing.state == state) {
+        return;
+    }
+    events.state(standing.state, state);
+    standing.state = state;
+    standing.state_since = monotonic_ns();
+    monitor.tell_all();
+}
+
+void Robot::note(uint32_t event_kind, const VexoSessionError& error) {
+    standing.error = error;
+    standing.error.size = sizeof error;
+    standing.error_at = realtime_ns();
+    uint64_t count = 0;
+    const bool told_now = repetition_.tell(error, monotonic_ns(), count);
+    if (told_now || event_kind == VEXO_SESSION_EVENT_CUT) {
+        events.error(event_kind, error, std::max<uint64_t>(count, 1));
+    }
+}
+
+namespace {
+
+// Wakes whoever waits inside a call on what was opened on the session, and lets no further call in.
+void close_children(Wanted& wanted, std::vector<Handle>& children) {
+    if (wanted.stream) {
+        wanted.stream->close();
+        for (const Handle cursor : wanted.stream->cursors) {
+            close_cursor(cursor);
+        }
+    }
+    if (wanted.feed) {
+        wanted.feed->close();
+    }
+    for (const Handle child : children) {
+        shut_handle(child);
+    }
+    children.clear();
+}
+
+}  // namespace
+
+void Robot::close() {
+    {
+        const std::lock_guard lock(monitor);
+        closed.store(true);
+        close_children(wanted, children);
+        monitor.tell_all();
+    }
+    if (const Ref<Live> now = live()) {
+        now->connection->control->finish();
+    }
+    wake();
+    const std::lock_guard lock(monitor);
+    monitor.wait_until(kNever / 2, [this] { return gone; });
+}
+
+}  // namespace vexo::session
