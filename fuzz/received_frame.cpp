@@ -1,5 +1,5 @@
-// Frames of the fast path as the receive thread takes them in, as they come and with their checksum
-// put right.
+// Without this a frame could lead the receive thread to write outside its buffers, or be another
+// controller's. Frames are taken as they come and with their checksum put right.
 #include <sys/poll.h>
 
 #include <cstring>
