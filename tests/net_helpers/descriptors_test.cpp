@@ -1,4 +1,4 @@
-// Descriptors of every number: those that the library opens, and those that it waits for.
+// Without this descriptors of some number could not be waited for, or be given away to a child.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-// The table of instances, and what their sockets are made of.
+// Without this an instance could be another one than the caller thinks, or begin with what the last left.
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
