@@ -122,7 +122,7 @@ TEST(Simulator, StandsBesideNinetyNineOthersAndLeavesNothingOpen) {
     const auto before = test::open_descriptors();
     {
         sim::Options options;
-        options.rate = 100;
+        options.rate = 20;
         std::deque<Bench> benches;
         for (int number = 1; number <= 100; ++number) {
             benches.emplace_back(options, number);
@@ -131,11 +131,11 @@ TEST(Simulator, StandsBesideNinetyNineOthersAndLeavesNothingOpen) {
         const auto cpu_before = test::cpu_time();
         const auto start = std::chrono::steady_clock::now();
         for (Bench& bench : benches) {
-            for (uint32_t counter = 1; counter <= 50; ++counter) {
+            for (uint32_t counter = 1; counter <= 10; ++counter) {
                 ASSERT_EQ(bench.stream.message(), "08 00 55 01 " + value(counter));
             }
         }
-        EXPECT_LT(test::cpu_time() - cpu_before, (std::chrono::steady_clock::now() - start) * 1.5)
+        EXPECT_LT(test::cpu_time() - cpu_before, std::chrono::steady_clock::now() - start)
             << "one that spins would use all there is";
         sim::Options same;
         same.address = benches.front().address;
