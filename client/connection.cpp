@@ -78,7 +78,9 @@ int32_t vexo_create(uint32_t handle, const char* ip, const char* interface, int6
         report(caller, "%s", failure);
         const ReceivePause pause;
         drop_last_slot();
-        free_dataspace(handle);
+        if (found.state().close()) {
+            found.state().end();
+        }
         return -1;
     }
     shared(found->streaming).store(kNotStarted, std::memory_order_release);

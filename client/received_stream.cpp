@@ -11,6 +11,7 @@
 #include "base/error_text.h"
 #include "base/racing_copy.h"
 #include "client/message.h"
+#include "log/report.h"
 #include "net/raw_internal.h"
 #include "net/raw_socket.h"
 
@@ -37,17 +38,17 @@ int64_t now_milliseconds() {
 
 }  // namespace
 
-void ReceivedStream::serve(const Registration& handle, pollfd& polled) {
-    if (shared(handle->streaming).load(std::memory_order_acquire) != kStarted) {
+void ReceivedStream::serve(HandleState& handle, pollfd& polled) {
+    if (shared(handle.dataspace()->streaming).load(std::memory_order_acquire) != kStarted) {
         if (!cleared_) {
-            clear_store(*handle, *handle.store_sequence);
+            clear_store(*handle.dataspace(), handle.store_sequence);
             cleared_ = true;
         }
         polled.fd = -1;
         return;
     }
     cleared_ = false;
-    switch (shared(handle->link_mode).load(std::memory_order_relaxed)) {
+    switch (shared(handle.dataspace()->link_mode).load(std::memory_order_relaxed)) {
         case kLinkTcp:
             serve_tcp(handle, polled);
             break;
@@ -60,30 +61,30 @@ void ReceivedStream::serve(const Registration& handle, pollfd& polled) {
     polled.events = POLLIN;
 }
 
-void ReceivedStream::serve_tcp(const Registration& handle, pollfd& polled) {
-    const int socket = handle->receive_socket;
-    const size_t length = shared(handle->output_length).load(std::memory_order_relaxed);
-    if (socket != socket_) {
-        socket_ = socket;
-        packages_ = {};
+void ReceivedStream::serve_tcp(HandleState& handle, pollfd& polled) {
+    const int socket = handle.dataspace()->receive_socket;
+    const size_t length = shared(handle.dataspace()->output_length).load(std::memory_order_relaxed);
+    wire::PackageStream& packages = handle.packages;
+    if (socket != handle.packages_of) {
+        handle.packages_of = socket;
+        packages = {};
         lost_ = false;
     }
     if (polled.fd == socket && polled.revents != 0) {
-        receive_bytes(socket);
+        receive_bytes(socket, packages);
     }
-    for (auto package = packages_.next(length); !package.empty();
-         package = packages_.next(length)) {
-        show_package(*handle, *handle.store_sequence, package, read_u16(package.data()));
+    for (auto package = packages.next(length); !package.empty(); package = packages.next(length)) {
+        show_package(*handle.dataspace(), handle.store_sequence, package, read_u16(package.data()));
     }
     polled.fd = resting() || length == 0 ? -1 : socket;
 }
 
-void ReceivedStream::receive_bytes(int socket) {
-    const std::span<uint8_t> room = packages_.room();
+void ReceivedStream::receive_bytes(int socket, wire::PackageStream& packages) {
+    const std::span<uint8_t> room = packages.room();
     const ssize_t got = recv(socket, room.data(), room.size(), MSG_DONTWAIT);
     if (got > 0) {
         lost_ = false;
-        packages_.received(static_cast<size_t>(got));
+        packages.received(static_cast<size_t>(got));
         return;
     }
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
@@ -95,8 +96,8 @@ void ReceivedStream::receive_bytes(int socket) {
     rest();
 }
 
-void ReceivedStream::serve_raw(const Registration& handle, pollfd& polled) {
-    const int descriptor = raw_descriptor(handle->raw_socket);
+void ReceivedStream::serve_raw(HandleState& handle, pollfd& polled) {
+    const int descriptor = raw_descriptor(handle.dataspace()->raw_socket);
     if (polled.fd == descriptor && (polled.revents != 0 || descriptor < 0)) {
         receive_frames(handle);
         if ((polled.revents & ~POLLIN) != 0) {
@@ -108,12 +109,13 @@ void ReceivedStream::serve_raw(const Registration& handle, pollfd& polled) {
 
 // Takes in one frame of the controller. Mostly there is only one: to ask for the next costs a
 // system call, and poll() tells it for all handles at once.
-void ReceivedStream::receive_frames(const Registration& handle) {
+void ReceivedStream::receive_frames(HandleState& handle) {
     uint8_t frame[kFrameSize];
     for (int i = 0; i < kFramesPerPass; ++i) {
         uint8_t code = 0;
         uint8_t* position = frame;
-        const long result = raw_try_receive(handle->raw_socket, &code, &position, sizeof frame);
+        const long result =
+            raw_try_receive(handle.dataspace()->raw_socket, &code, &position, sizeof frame);
         if (result == kNothingReceived) {
             return;
         }
@@ -128,7 +130,8 @@ void ReceivedStream::receive_frames(const Registration& handle) {
             continue;
         }
         lost_ = false;
-        if (std::memcmp(frame + kEthernetSource, handle->controller_mac, kMacSize) == 0) {
+        if (std::memcmp(frame + kEthernetSource, handle.dataspace()->controller_mac, kMacSize) ==
+            0) {
             take_frame(handle, code, position, static_cast<size_t>(result));
             return;
         }
@@ -137,17 +140,17 @@ void ReceivedStream::receive_frames(const Registration& handle) {
 
 // Both kinds begin with a length word of their own, which reaches no further than what was
 // received. What is missing of it counts as zero: even an empty reply is one that somebody awaits.
-void ReceivedStream::take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,
+void ReceivedStream::take_frame(HandleState& handle, uint8_t code, const uint8_t* payload,
                                 size_t received) {
     uint8_t length_word[2] = {};
     std::memcpy(length_word, payload, std::min(received, sizeof length_word));
     const size_t claimed = read_u16(length_word);
     const std::span<const uint8_t> brought(payload, std::min(claimed, received));
     if (code == kOutputFrame) {
-        show_package(*handle, *handle.store_sequence, brought, claimed);
+        show_package(*handle.dataspace(), handle.store_sequence, brought, claimed);
     } else if (code == kReplyFrame) {
-        store_claimed(handle->response, brought, claimed);
-        sem_post(&handle->reply);
+        store_claimed(handle.dataspace()->response, brought, claimed);
+        sem_post(&handle.dataspace()->reply);
     }
 }
 

@@ -29,7 +29,6 @@ public:
         d.raw_socket = link_.number();
         d.link_mode = vexo::kLinkRaw;
         d.streaming = vexo::kStarted;
-        registration_ = vexo::find_registration(handle());
         pass();
     }
 
@@ -45,10 +44,9 @@ public:
     }
 
 private:
-    void pass() { stream_.serve(registration_, polled_); }
+    void pass() { stream_.serve(*vexo::find_live_state(handle()), polled_); }
 
     RawLink link_;
-    vexo::Registration registration_;
     vexo::ReceivedStream stream_{handle()};
     pollfd polled_{-1, POLLIN, 0};
 };
