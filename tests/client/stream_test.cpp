@@ -307,6 +307,9 @@ TEST(ReceiveThread, TakesAListOfTheApplicationsOwnAfterAFailedConnection) {
 
 TEST(ReceiveThread, HasNoDescriptorOfAStandardStream) {
     StreamSession s;
+    // The peers must not accept a connection on a stream that is closed.
+    ASSERT_TRUE(
+        wait_until([&] { return s.control.connections() == 1 && s.receive.connections() == 1; }));
     const int kept = dup(STDOUT_FILENO);
     for (const int stream : {0, 1, 2}) {
         close(stream);
