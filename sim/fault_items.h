@@ -2,6 +2,7 @@
 #ifndef SIM_FAULT_ITEMS_H
 #define SIM_FAULT_ITEMS_H
 
+#include <span>
 #include <string_view>
 
 #include "sim/fault.h"
@@ -19,10 +20,10 @@ struct FaultItem {
 struct FaultGroup {
     std::string_view title;
     bool names_messages;  // what befalls the controller then waits for one
-    std::vector<FaultItem> items;
+    std::span<const FaultItem> items;
 };
 
-const std::vector<FaultGroup>& fault_groups();
+std::span<const FaultGroup> fault_groups();
 
 }  // namespace sim
 
