@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <ostream>
 
 #include "os/os.h"
@@ -264,6 +265,28 @@ TEST_F(RealTimeTimer, WaitsForARunningCallWhenItIsFreed) {
         EXPECT_EQ(calls->index, 0) << "the slot was given back too";
         calls.reset();  // a late call would touch freed memory
     }
+}
+
+TEST_F(RealTimeTimer, WaitsHalfASecondAtMostForACallThatNeedsWhatTheFreeingThreadHolds) {
+    std::mutex held;
+    std::atomic<bool> inside{false};
+    Calls calls;
+    calls.act = [&](int) {
+        inside = true;
+        held.lock();
+        held.unlock();
+        inside = false;
+    };
+    held.lock();
+    const int32_t timer = request_simulated(500, calls);
+    ASSERT_TRUE(wait_until([&] { return inside.load(); }));
+    const auto waited = test::time_of([=] { EXPECT_EQ(pthread_free_timer(timer), 0); });
+    EXPECT_GE(waited, 400ms);
+    EXPECT_LT(waited, 5s);
+    EXPECT_TRUE(inside);
+    held.unlock();
+    EXPECT_TRUE(wait_until([&] { return !inside; }));
+    EXPECT_TRUE(calls.stands_still(5ms)) << "that call was the last";
 }
 
 // The timer's third call frees it; a new one may take its row at once.
