@@ -3,6 +3,7 @@
 #include "client/registry.h"
 #include "client/vexo.h"
 #include "net/exchange_socket.h"
+#include "net/raw_endpoint.h"
 #include "net/raw_socket.h"
 
 using namespace vexo;
@@ -47,6 +48,7 @@ int32_t vexo_rawsocket_create(uint32_t handle, const char* interface, uint32_t k
         report(caller, "vexo_rawsocket_create---sock_raw create error:%d", instance);
         return VEXO_ERROR_RAW_SOCKET;
     }
+    raw_enlarge_queue(instance);
     found->raw_socket = instance;
     if (srcmac != nullptr) {
         socket_raw_set_srcmac(instance, srcmac);

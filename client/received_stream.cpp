@@ -3,27 +3,25 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
-#include "base/error_text.h"
 #include "base/racing_copy.h"
 #include "client/message.h"
 #include "log/report.h"
-#include "net/raw_internal.h"
-#include "net/raw_socket.h"
+#include "net/error_description.h"
+#include "net/raw_endpoint.h"
 
 namespace vexo {
 
 namespace {
 
 constexpr size_t kFrameSize = 1440;
-constexpr size_t kEthernetSource = 6;  // where a frame has its source address
 constexpr uint8_t kOutputFrame = 144;
 constexpr uint8_t kReplyFrame = 146;
-constexpr long kNothingReceived = -101;
 // So many frames at most are passed over at a stretch, so that one busy link cannot hold up the
 // others.
 constexpr int kFramesPerPass = 64;
@@ -91,7 +89,7 @@ void ReceivedStream::receive_bytes(int socket, wire::PackageStream& packages) {
         return;
     }
     if (got < 0 && newly_lost()) {
-        report({0, "socket_recv"}, "Receive failed - %s", ErrorText(errno).text);
+        report({0, "socket_recv"}, "Receive failed - %s", describe_error(errno).text);
     }
     rest();
 }
@@ -112,17 +110,14 @@ void ReceivedStream::serve_raw(HandleState& handle, pollfd& polled) {
 void ReceivedStream::receive_frames(HandleState& handle) {
     uint8_t frame[kFrameSize];
     for (int i = 0; i < kFramesPerPass; ++i) {
-        uint8_t code = 0;
-        uint8_t* position = frame;
-        const long result =
-            raw_try_receive(handle.dataspace()->raw_socket, &code, &position, sizeof frame);
-        if (result == kNothingReceived) {
+        const RawMessage message = raw_try_receive(handle.dataspace()->raw_socket, frame);
+        if (message.nothing()) {
             return;
         }
-        if (result < 0) {
-            const bool freed = result == SOCKET_RAW_BAD_INSTANCE;
+        if (message.result < 0) {
+            const bool freed = message.result == SOCKET_RAW_BAD_INSTANCE;
             if (freed ? newly_lost() : may_log()) {
-                record({0, "receive_thread"}, "Error: raw_socket_recv: %ld", result);
+                record({0, "receive_thread"}, "Error: raw_socket_recv: %ld", message.result);
             }
             if (freed) {
                 return;
@@ -130,9 +125,8 @@ void ReceivedStream::receive_frames(HandleState& handle) {
             continue;
         }
         lost_ = false;
-        if (std::memcmp(frame + kEthernetSource, handle.dataspace()->controller_mac, kMacSize) ==
-            0) {
-            take_frame(handle, code, position, static_cast<size_t>(result));
+        if (message.sender == std::to_array(handle.dataspace()->controller_mac)) {
+            take_frame(handle, message.code, message.payload);
             return;
         }
     }
@@ -140,12 +134,12 @@ void ReceivedStream::receive_frames(HandleState& handle) {
 
 // Both kinds begin with a length word of their own, which reaches no further than what was
 // received. What is missing of it counts as zero: even an empty reply is one that somebody awaits.
-void ReceivedStream::take_frame(HandleState& handle, uint8_t code, const uint8_t* payload,
-                                size_t received) {
+void ReceivedStream::take_frame(HandleState& handle, uint8_t code,
+                                std::span<const uint8_t> payload) {
     uint8_t length_word[2] = {};
-    std::memcpy(length_word, payload, std::min(received, sizeof length_word));
+    std::memcpy(length_word, payload.data(), std::min(payload.size(), sizeof length_word));
     const size_t claimed = read_u16(length_word);
-    const std::span<const uint8_t> brought(payload, std::min(claimed, received));
+    const auto brought = payload.first(std::min(claimed, payload.size()));
     if (code == kOutputFrame) {
         show_package(*handle.dataspace(), handle.store_sequence, brought, claimed);
     } else if (code == kReplyFrame) {

@@ -26,7 +26,7 @@ private:
     void receive_bytes(int socket, wire::PackageStream& packages);
     void serve_raw(HandleState& handle, pollfd& polled);
     void receive_frames(HandleState& handle);
-    void take_frame(HandleState& handle, uint8_t code, const uint8_t* payload, size_t received);
+    void take_frame(HandleState& handle, uint8_t code, std::span<const uint8_t> payload);
     // After a failure the link is left alone for a while: a closed one is always ready, and must
     // cost no more than a silent one.
     void rest();

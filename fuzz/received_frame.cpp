@@ -24,7 +24,7 @@ constexpr uint8_t kUntouched = 0xA5;
 
 class Receiver {
 public:
-    Receiver() : link_(SOCKET_RAW_MODE_ETHERNET, vexo::ethernet::kHeaderLength) {
+    Receiver() : link_(SOCKET_RAW_MODE_ETHERNET, vexo::wire::kEthernetHeader) {
         vexo::Dataspace& d = dataspace();
         d.raw_socket = link_.number();
         d.link_mode = vexo::kLinkRaw;

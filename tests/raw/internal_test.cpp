@@ -1,12 +1,16 @@
 // Without this the fast path could count, refuse or wait otherwise than the rest of the library expects.
-#include "net/raw_internal.h"
+#include "net/raw_endpoint.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "net/raw_instance.h"
 #include "tests/raw/raw_link.h"
 #include "tests/support/network_namespace.h"
+#include "tests/support/process.h"
 
 namespace test {
 namespace {
@@ -52,28 +56,64 @@ TEST_F(RawInternal, RecordsThatAreNotValidRefuseToServe) {
 }
 
 // In IP mode socket_raw_recvfrom would wait for ever.
-TEST_F(RawInternal, TriesToReceiveWithoutAWait) {
-    Bytes buffer(1514);
-    uint8_t* position = buffer.data();
-    uint8_t code = 0;
-    const auto result = [&](int instance) {
-        return vexo::raw_try_receive(instance, &code, &position, 1514);
-    };
+TEST_F(RawInternal, TryingToReceiveTellsTheSenderAndNeverWaits) {
+    Bytes buffer(64);
     for (const int none : {0, -1, 8}) {
         EXPECT_EQ(-1, vexo::raw_descriptor(none));
-        EXPECT_EQ(-100, result(none));
+        EXPECT_EQ(-100, vexo::raw_try_receive(none, buffer).result);
     }
-    EXPECT_EQ(-101, result(socket_raw_create("host0", SOCKET_RAW_MODE_IP)));
+    for (const int mode : {SOCKET_RAW_MODE_IP, SOCKET_RAW_MODE_ETHERNET}) {
+        const int instance = socket_raw_create("host0", mode);
+        EXPECT_TRUE(vexo::raw_try_receive(instance, buffer).nothing());
+        if (mode == SOCKET_RAW_MODE_IP) {
+            Port::ip("10.0.0.5")->send_to("10.0.0.9", controller_message(0x90, bytes("01 02")));
+        } else {
+            Port::ethernet("robot0")->send(controller_frame(0x90, bytes("01 02")));
+        }
+        pollfd ready{vexo::raw_descriptor(instance), POLLIN, 0};
+        ASSERT_EQ(1, poll(&ready, 1, 10000));
+        const vexo::RawMessage message = vexo::raw_try_receive(instance, buffer);
+        EXPECT_EQ(2, message.result);
+        EXPECT_EQ(0x90, message.code);
+        EXPECT_EQ("01 02 ", hex(Bytes(message.payload.begin(), message.payload.end())));
+        EXPECT_EQ(mode == SOCKET_RAW_MODE_ETHERNET, message.sender.has_value());
+        if (message.sender) {
+            EXPECT_EQ("02 00 00 00 00 0B ",
+                      hex(Bytes(message.sender->begin(), message.sender->end())));
+        }
+    }
+}
+
+int queue_size(int socket) {
+    int size = 0;
+    socklen_t length = sizeof size;
+    EXPECT_EQ(0, getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, &length));
+    return size;
+}
+
+// An application that reads one frame a cycle would fall behind a long queue by seconds.
+TEST_F(RawInternal, TheQueueIsTheSystemsUntilItIsEnlarged) {
+    const int datagrams = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const int instance = open_ethernet();
-    EXPECT_EQ(-101, result(instance));
-    EXPECT_EQ(buffer.data(), position);
-    pollfd ready{vexo::raw_descriptor(instance), POLLIN, 0};
-    ASSERT_EQ(0, poll(&ready, 1, 0));
-    Port::ethernet("robot0")->send(controller_frame(0x90, bytes("01 02")));
-    ASSERT_EQ(1, poll(&ready, 1, 10000));
-    EXPECT_EQ(2, result(instance));
-    EXPECT_EQ(0x90, code);
-    EXPECT_EQ(26, position - buffer.data());
+    EXPECT_EQ(queue_size(datagrams), queue_size(vexo::raw_descriptor(instance)));
+    vexo::raw_enlarge_queue(instance);
+    EXPECT_LT(queue_size(datagrams), queue_size(vexo::raw_descriptor(instance)));
+    close(datagrams);
+}
+
+TEST_F(RawInternal, SocketsAreNoStandardStreams) {
+    EXPECT_EQ(0, in_child([] {
+                  for (const int stream : {0, 1, 2}) {
+                      close(stream);
+                  }
+                  for (const int mode : {SOCKET_RAW_MODE_IP, SOCKET_RAW_MODE_ETHERNET}) {
+                      const int fd = vexo::raw_descriptor(socket_raw_create("host0", mode));
+                      if (fd <= STDERR_FILENO || (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) {
+                          return 1;
+                      }
+                  }
+                  return 0;
+              }));
 }
 
 }  // namespace
