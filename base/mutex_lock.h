@@ -21,7 +21,8 @@ private:
     pthread_mutex_t& mutex_;
 };
 
-// For all others: a thread is not cancelled while it holds the mutex, and so never leaves it locked.
+// For all others: a thread is not cancelled while it holds the mutex, and so never leaves it
+// locked.
 class MutexLock {
 public:
     explicit MutexLock(pthread_mutex_t& mutex) : lock_(mutex) {}

@@ -1,5 +1,6 @@
-// Without this a frame could be read or written outside its bytes. Each input is taken as it comes, with
-// its checksum put right, so that what is behind the check is reached, and as the payload of a frame.
+// Without this a frame could be read or written outside its bytes. Each input is taken as it comes,
+// with its checksum put right, so that what is behind the check is reached, and as the payload of a
+// frame.
 #include <cstring>
 #include <vector>
 

@@ -1,5 +1,5 @@
-// Without this the cuts of a byte stream could change its packages, or a package put it out of step. The
-// packages are those that a plain reading of the whole stream finds.
+// Without this the cuts of a byte stream could change its packages, or a package put it out of
+// step. The packages are those that a plain reading of the whole stream finds.
 #include <algorithm>
 #include <cstring>
 #include <memory>

@@ -1,5 +1,5 @@
-// Without this a reply could lead a request to write outside its buffers or the caller's, or to hand
-// out what the controller did not send. The input's first byte says which request it answers.
+// Without this a reply could lead a request to write outside its buffers or the caller's, or to
+// hand out what the controller did not send. The input's first byte says which request it answers.
 #include <cstring>
 #include <memory>
 #include <vector>

@@ -1,4 +1,5 @@
-// Without this a connection could be made otherwise than is promised, or its failure be reported wrongly.
+// Without this a connection could be made otherwise than is promised, or its failure be reported
+// wrongly.
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>

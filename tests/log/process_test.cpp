@@ -1,4 +1,5 @@
-// Without this a child could write to its parent's log, or hang in it, and a log without a thread grow.
+// Without this a child could write to its parent's log, or hang in it, and a log without a thread
+// grow.
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,4 +1,5 @@
-// Without this lines could be lost, mixed, or make their callers wait, or the writer not start and end.
+// Without this lines could be lost, mixed, or make their callers wait, or the writer not start and
+// end.
 #include <gmock/gmock.h>
 
 #include <atomic>

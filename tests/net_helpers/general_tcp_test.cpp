@@ -1,4 +1,5 @@
-// Without this a general TCP socket could differ in options, waits or results from what is promised.
+// Without this a general TCP socket could differ in options, waits or results from what is
+// promised.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/ip.h>

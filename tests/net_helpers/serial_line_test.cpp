@@ -1,5 +1,5 @@
-// Without this a serial line could have another speed or format than asked for. A pseudo terminal does
-// not take all settings, so those asked for are looked at, and those that the kernel then has.
+// Without this a serial line could have another speed or format than asked for. A pseudo terminal
+// does not take all settings, so those asked for are looked at, and those that the kernel then has.
 #include "net/serial_line.h"
 
 #include <gtest/gtest.h>

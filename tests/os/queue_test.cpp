@@ -1,4 +1,5 @@
-// Without this the queue could lose, double or mis-sort elements, or leak them, when one thread uses it.
+// Without this the queue could lose, double or mis-sort elements, or leak them, when one thread
+// uses it.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-// Without this the fast path could count, refuse or wait otherwise than the rest of the library expects.
+// Without this the fast path could count, refuse or wait otherwise than the rest of the library
+// expects.
 #include "net/raw_endpoint.h"
 
 #include <fcntl.h>
@@ -21,17 +22,17 @@ TEST_F(RawInternal, CountsFramesThatWereNotSentWhole) {
     const int ethernet = open_ethernet();
     const int ip = socket_raw_create("host0", SOCKET_RAW_MODE_IP);
     Bytes frame(2000);
-    EXPECT_EQ(26, socket_raw_sendto(ethernet, 0x91, frame.data(), 26));
-    EXPECT_EQ(0u, vexo::sockrawsenderrcnt);
-    EXPECT_EQ(-1, socket_raw_sendto(ethernet, 0x91, frame.data(), 2000));
-    EXPECT_EQ(1u, vexo::sockrawsenderrcnt);
+    EXPECT_EQ(socket_raw_sendto(ethernet, 0x91, frame.data(), 26), 26);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 0u);
+    EXPECT_EQ(socket_raw_sendto(ethernet, 0x91, frame.data(), 2000), -1);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 1u);
     run_ip("link set host0 down");
-    EXPECT_EQ(-1, socket_raw_sendto(ethernet, 0x91, frame.data(), 26));
-    EXPECT_EQ(2u, vexo::sockrawsenderrcnt);
+    EXPECT_EQ(socket_raw_sendto(ethernet, 0x91, frame.data(), 26), -1);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 2u);
     // IP mode does not count.
     socket_raw_set_peerip(ip, 0xC0000201);  // no route there
-    EXPECT_EQ(-1, socket_raw_sendto(ip, 0x91, frame.data(), 26));
-    EXPECT_EQ(2u, vexo::sockrawsenderrcnt);
+    EXPECT_EQ(socket_raw_sendto(ip, 0x91, frame.data(), 26), -1);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 2u);
 }
 
 TEST_F(RawInternal, RecordsThatAreNotValidRefuseToServe) {
@@ -40,27 +41,27 @@ TEST_F(RawInternal, RecordsThatAreNotValidRefuseToServe) {
     vexo::RawInstance& record = vexo::sockrawinst[instance];
     Bytes frame(26);
     record.version = 2;
-    EXPECT_EQ(-102, socket_raw_sendto(instance, 0x91, frame.data(), 26));
-    EXPECT_EQ(0, record.sequence);
+    EXPECT_EQ(socket_raw_sendto(instance, 0x91, frame.data(), 26), -102);
+    EXPECT_EQ(record.sequence, 0);
     robot->send(controller_frame(0x90, {}));
-    EXPECT_EQ(-102, receive_next(instance).result);
+    EXPECT_EQ(receive_next(instance).result, -102);
 
     record.version = 1;
     record.mode = 3;
-    EXPECT_EQ(-102, socket_raw_sendto(instance, 0x91, frame.data(), 26));
+    EXPECT_EQ(socket_raw_sendto(instance, 0x91, frame.data(), 26), -102);
     robot->send(controller_frame(0x90, {}));
-    EXPECT_EQ(-102, receive_next(instance).result);
-    EXPECT_EQ(Bytes(26), frame);
-    EXPECT_EQ(0, socket_raw_free(instance));
-    EXPECT_EQ(-1, record.fd);
+    EXPECT_EQ(receive_next(instance).result, -102);
+    EXPECT_EQ(frame, Bytes(26));
+    EXPECT_EQ(socket_raw_free(instance), 0);
+    EXPECT_EQ(record.fd, -1);
 }
 
 // In IP mode socket_raw_recvfrom would wait for ever.
 TEST_F(RawInternal, TryingToReceiveTellsTheSenderAndNeverWaits) {
     Bytes buffer(64);
     for (const int none : {0, -1, 8}) {
-        EXPECT_EQ(-1, vexo::raw_descriptor(none));
-        EXPECT_EQ(-100, vexo::raw_try_receive(none, buffer).result);
+        EXPECT_EQ(vexo::raw_descriptor(none), -1);
+        EXPECT_EQ(vexo::raw_try_receive(none, buffer).result, -100);
     }
     for (const int mode : {SOCKET_RAW_MODE_IP, SOCKET_RAW_MODE_ETHERNET}) {
         const int instance = socket_raw_create("host0", mode);
@@ -71,15 +72,15 @@ TEST_F(RawInternal, TryingToReceiveTellsTheSenderAndNeverWaits) {
             Port::ethernet("robot0")->send(controller_frame(0x90, bytes("01 02")));
         }
         pollfd ready{vexo::raw_descriptor(instance), POLLIN, 0};
-        ASSERT_EQ(1, poll(&ready, 1, 10000));
+        ASSERT_EQ(poll(&ready, 1, 10000), 1);
         const vexo::RawMessage message = vexo::raw_try_receive(instance, buffer);
-        EXPECT_EQ(2, message.result);
-        EXPECT_EQ(0x90, message.code);
-        EXPECT_EQ("01 02 ", hex(Bytes(message.payload.begin(), message.payload.end())));
+        EXPECT_EQ(message.result, 2);
+        EXPECT_EQ(message.code, 0x90);
+        EXPECT_EQ(hex(Bytes(message.payload.begin(), message.payload.end())), "01 02 ");
         EXPECT_EQ(mode == SOCKET_RAW_MODE_ETHERNET, message.sender.has_value());
         if (message.sender) {
-            EXPECT_EQ("02 00 00 00 00 0B ",
-                      hex(Bytes(message.sender->begin(), message.sender->end())));
+            EXPECT_EQ(hex(Bytes(message.sender->begin(), message.sender->end())),
+                      "02 00 00 00 00 0B ");
         }
     }
 }
@@ -87,7 +88,7 @@ TEST_F(RawInternal, TryingToReceiveTellsTheSenderAndNeverWaits) {
 int queue_size(int socket) {
     int size = 0;
     socklen_t length = sizeof size;
-    EXPECT_EQ(0, getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, &length));
+    EXPECT_EQ(getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, &length), 0);
     return size;
 }
 
@@ -102,7 +103,7 @@ TEST_F(RawInternal, TheQueueIsTheSystemsUntilItIsEnlarged) {
 }
 
 TEST_F(RawInternal, SocketsAreNoStandardStreams) {
-    EXPECT_EQ(0, in_child([] {
+    EXPECT_EQ(in_child([] {
                   for (const int stream : {0, 1, 2}) {
                       close(stream);
                   }
@@ -113,7 +114,8 @@ TEST_F(RawInternal, SocketsAreNoStandardStreams) {
                       }
                   }
                   return 0;
-              }));
+              }),
+              0);
 }
 
 }  // namespace
