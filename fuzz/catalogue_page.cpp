@@ -1,4 +1,4 @@
-// Without this a page of the catalogue could be read beyond its end, or out of step with its bytes.
+// Pages of the catalogue, against a plain reading of their bytes.
 #include <cstring>
 
 #include "fuzz/input.h"

@@ -1,4 +1,4 @@
-// Without this a datagram of the IP mode could be read outside its bytes, or be taken for ours.
+// Datagrams of the fast path in IP mode.
 #include <cstring>
 
 #include "fuzz/input.h"

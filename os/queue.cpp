@@ -104,13 +104,14 @@ Queue* create(uint16_t max, bool sorted, int8_t ascending, queue_compare compare
 
 // Locking
 
-// The result of `act` under the queue's mutex. What calls functions of the application's holds
-// cancellation off meanwhile: these may have cancellation points.
+// The result of `act` under the queue's mutex, with cancellation held off, also in the functions
+// that a caller passes in.
 template <typename Act>
 int8_t locked(Queue* queue, Act act) {
     if (queue == nullptr) {
         return no_queue;
     }
+    const CancellationHold hold;
     if (pthread_mutex_lock(queue->mutex) != 0) {
         return lock_failed;
     }
@@ -122,11 +123,12 @@ void leave(void* waiting) {
     --*static_cast<std::atomic<uint32_t>*>(waiting);
 }
 
-int wait_in(Queue& queue, pthread_cond_t& condition, const vexo::Deadline& deadline) {
+int wait_in(Queue& queue, pthread_cond_t& condition, const vexo::Deadline& deadline,
+            const CancellationHold& hold) {
     int result = 0;
     ++queue.waiting;
     pthread_cleanup_push(leave, &queue.waiting);
-    result = vexo::wait(condition, *queue.mutex, deadline);
+    result = vexo::wait(condition, *queue.mutex, deadline, hold);
     pthread_cleanup_pop(1);
     return result;
 }
@@ -146,7 +148,6 @@ bool is_full(const Queue& queue) {
 // The link that a new element goes into. It stands before the elements that compare equal, so that
 // those come out newest first.
 QueueNode** link_for(Queue& queue, void* element) {
-    const CancellationHold hold;
     const auto order = [&queue](void* a, void* b) {
         const int64_t ascending = queue.compare(a, b);
         return queue.ascending != 0 ? ascending : -ascending;
@@ -193,9 +194,9 @@ int8_t put(Queue& queue, void* element) {
     return ok;
 }
 
-int8_t put_wait(Queue& queue, void* element) {
+int8_t put_wait(Queue& queue, void* element, const CancellationHold& hold) {
     while (is_full(queue) && queue.new_data != 0) {
-        wait_in(queue, *queue.cond_put, {});
+        wait_in(queue, *queue.cond_put, {}, hold);
     }
     return put(queue, element);
 }
@@ -229,9 +230,10 @@ int8_t take_first(Queue& queue, void** element) {
     return take(queue, element, nullptr, nullptr);
 }
 
-int8_t take_first_wait(Queue& queue, void** element, const vexo::Deadline& deadline) {
+int8_t take_first_wait(Queue& queue, void** element, const vexo::Deadline& deadline,
+                       const CancellationHold& hold) {
     if (queue.count == 0) {
-        if (wait_in(queue, *queue.cond_get, deadline) != 0) {
+        if (wait_in(queue, *queue.cond_get, deadline, hold) != 0) {
             return wait_failed;
         }
         if (queue.count == 0 && queue.new_data == 0) {
@@ -260,7 +262,6 @@ queue_release or_free(queue_release release) {
 }
 
 int8_t flush(Queue& queue, queue_release release) {
-    const CancellationHold hold;
     QueueNode* node = queue.first;
     queue.first = nullptr;
     queue.last = nullptr;
@@ -341,7 +342,8 @@ int8_t queue_put(Queue* queue, void* element) {
 }
 
 int8_t queue_put_wait(Queue* queue, void* element) {
-    return locked(queue, [=](Queue& q) { return put_wait(q, element); });
+    const CancellationHold hold;
+    return locked(queue, [&](Queue& q) { return put_wait(q, element, hold); });
 }
 
 int8_t queue_get(Queue* queue, void** element) {
@@ -351,20 +353,21 @@ int8_t queue_get(Queue* queue, void** element) {
 }
 
 int8_t queue_get_wait(Queue* queue, void** element) {
-    return get(queue, element, [=](Queue& q) { return take_first_wait(q, element, {}); });
+    const CancellationHold hold;
+    return get(queue, element, [&](Queue& q) { return take_first_wait(q, element, {}, hold); });
 }
 
 int8_t queue_get_timewait(Queue* queue, void** element, uint32_t timeout_us) {
-    return get(timeout_us == 0 ? nullptr : queue, element, [=](Queue& q) {
+    const CancellationHold hold;
+    return get(timeout_us == 0 ? nullptr : queue, element, [&](Queue& q) {
         // The condition runs on the wall clock. The pairing is the contract: it makes the wait fail
         // at once.
         const uint64_t span_ns = timeout_us * vexo::kNanosecondsPerMicrosecond;
-        return take_first_wait(q, element, vexo::monotonic_deadline(span_ns));
+        return take_first_wait(q, element, vexo::monotonic_deadline(span_ns), hold);
     });
 }
 
 int8_t queue_get_filtered(Queue* queue, void** element, queue_filter filter, void* arg) {
-    const CancellationHold hold;
     return get(queue, element, [=](Queue& q) {
         return q.count == 0 ? int8_t{full_or_empty} : take(q, element, filter, arg);
     });

@@ -19,10 +19,11 @@ void WaitableWord::destroy() {
     pthread_mutex_destroy(&mutex);
 }
 
-int WaitableWord::wait_for_any(uint32_t mask, const Deadline& deadline) {
+int WaitableWord::wait_for_any(uint32_t mask, const Deadline& deadline,
+                               const CancellationHold& hold) {
     int result = 0;
     while (result == 0 && (value & mask) == 0) {
-        result = wait(changed, mutex, deadline);
+        result = wait(changed, mutex, deadline, hold);
     }
     return result;
 }

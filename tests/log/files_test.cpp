@@ -1,4 +1,4 @@
-// Without this a line could go to a wrong file, or a failing file take others with it.
+// Which file a line goes to, and what becomes of the files.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>

@@ -1,5 +1,4 @@
-// Without this a child could write to its parent's log, or hang in it, and a log without a thread
-// grow.
+// The log and what befalls its process: children, and threads that the system refuses.
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// Without this the examples of the transports could be broken.
+// The examples of the transports, run as programs.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>

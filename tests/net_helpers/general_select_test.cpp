@@ -1,4 +1,4 @@
-// Without this the two selects could report, refuse or wait otherwise than is promised.
+// The two select wrappers.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 

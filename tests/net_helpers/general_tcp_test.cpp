@@ -1,5 +1,4 @@
-// Without this a general TCP socket could differ in options, waits or results from what is
-// promised.
+// General TCP sockets, on real connections over the loopback interface.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/ip.h>

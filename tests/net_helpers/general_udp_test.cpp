@@ -1,4 +1,4 @@
-// Without this a datagram could go astray, or hide its sender.
+// General UDP sockets over the loopback interface.
 #include <gtest/gtest.h>
 
 #include <string>

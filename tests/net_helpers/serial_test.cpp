@@ -1,5 +1,4 @@
-// Without this a serial channel could lose blocks or mix channels: real ones on pseudo terminals,
-// and virtual ones with the test as the pump.
+// Serial channels: real ones on pseudo terminals, and virtual ones with the test as the pump.
 #include "net/serial.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// Without this the example application of the layer could be broken.
+// The example application of the layer, from outside.
 #include <gtest/gtest.h>
 
 #include "tests/os/support.h"

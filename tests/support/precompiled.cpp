@@ -1,1 +1,0 @@
-// The headers that the tests share are compiled with this file.
