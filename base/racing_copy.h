@@ -1,8 +1,12 @@
 // Copies of bytes that another thread may be writing or reading at the same moment. What is read
-// that way may be a mixture and is only used where that is harmless or noticed afterwards (by a
-// sequence count). They are single instructions, so that the compiler can neither assume that there
-// is no race nor move them across the atomic accesses around them; x86-64 keeps loads in order with
-// loads, and stores with stores.
+// that way may be a mixture, and is only used where that is harmless or noticed afterwards, by a
+// sequence count. They rely on
+// - GCC's and Clang's inline assembly: what it does to memory is no data race to the compiler, and
+//   with the clobber it stays where it is among the atomic accesses around it;
+// - x86-64: loads stay in order with loads, and stores with stores, those of string instructions
+//   included. Only among the stores of one string instruction is there no order, and none is
+//   needed.
+// The build refuses other processors.
 #ifndef BASE_RACING_COPY_H
 #define BASE_RACING_COPY_H
 

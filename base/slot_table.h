@@ -11,14 +11,15 @@ namespace vexo {
 constexpr int32_t kAcceptFreeRow = 0;
 constexpr int32_t kRefuseFreeRow = -1;
 
+using InUseFlag = std::atomic<uint8_t>;
+
 // A view of the two arrays that make a table. Requests are not guarded against each other. The
 // flags are atomic so that threads that use one row may look at its flag at any time, and that a
 // row is complete for whoever sees its flag set.
 template <typename Row, int32_t rows>
 class SlotTable {
 public:
-    constexpr SlotTable(std::atomic<uint8_t> (&in_use)[rows], Row (&row)[rows])
-        : in_use_(in_use), row_(row) {}
+    constexpr SlotTable(InUseFlag (&in_use)[rows], Row (&row)[rows]) : in_use_(in_use), row_(row) {}
 
     static constexpr int32_t size() { return rows; }
     Row& operator[](int32_t index) const { return row_[index]; }
@@ -54,17 +55,26 @@ public:
         return index;
     }
 
+    // The row, whether in use or not; null outside the table.
+    Row* at(int32_t index) const { return index < 0 || index >= rows ? nullptr : &row_[index]; }
+
+    // The row in use; null for any other index.
+    Row* find(int32_t index) const {
+        Row* const row = at(index);
+        return row != nullptr && in_use(index) ? row : nullptr;
+    }
+
     // The result of `act` on a row in use; -1 outside the table.
     template <typename Act>
     int32_t on_row(int32_t index, int32_t free_row_answer, Act act) const {
-        if (index < 0 || index >= rows) {
+        if (at(index) == nullptr) {
             return -1;
         }
         return in_use(index) ? act(row_[index]) : free_row_answer;
     }
 
 private:
-    std::atomic<uint8_t> (&in_use_)[rows];
+    InUseFlag (&in_use_)[rows];
     Row (&row_)[rows];
 };
 

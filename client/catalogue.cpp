@@ -48,7 +48,7 @@ constexpr PageLayout kMethodPage = {'M',
 // come first, and a short read is not repeated.
 class PageReceiver {
 public:
-    PageReceiver(Dataspace& dataspace) : dataspace_(dataspace) {}
+    explicit PageReceiver(const Registration& handle) : handle_(handle), dataspace_(*handle) {}
 
     void run() {
         read(kReadSize);
@@ -81,10 +81,11 @@ private:
             return;
         }
         last_ =
-            socket_recv(dataspace_.io_socket, dataspace_.response + received_, wanted, kNoTimeout);
+            receive_reply(handle_, dataspace_.io_socket, dataspace_.response + received_, wanted);
         received_ = static_cast<uint16_t>(received_ + last_);
     }
 
+    const Registration& handle_;
     Dataspace& dataspace_;
     int last_ = 0;
     uint16_t received_ = 0;
@@ -93,13 +94,14 @@ private:
 
 // Requests the page that begins with entry `first`. On success the reply lies in the response
 // buffer, `size` bytes long.
-int32_t request_page(Caller caller, Dataspace& dataspace, char type_letter, uint32_t first,
+int32_t request_page(Caller caller, const Registration& handle, char type_letter, uint32_t first,
                      size_t& size) {
+    Dataspace& dataspace = *handle;
     MessageWriter message = begin_request(dataspace, type_letter);
     message.u32(first);
     const auto length = static_cast<unsigned>(message.finish());
     const int sent = socket_send(dataspace.io_socket, dataspace.request, length);
-    PageReceiver receiver(dataspace);
+    PageReceiver receiver(handle);
     receiver.run();
     if (receiver.received() != receiver.needed()) {
         report(caller, "%s recv error, need_len:%d, now_len:%d", caller.function, receiver.needed(),
@@ -127,10 +129,8 @@ void decode_entry(MessageReader& entries, const PageLayout& layout, uint8_t* row
     }
 }
 
-// The caller's array has room for as many rows as the controller may send in one page.
-void decode_page(const Dataspace& dataspace, const PageLayout& layout, size_t size,
-                 uint8_t* array) {
-    const uint32_t room = dataspace.page_size != 0 ? dataspace.page_size : VEXO_PAGE_ROWS;
+void decode_page(const Dataspace& dataspace, const PageLayout& layout, size_t size, uint8_t* array,
+                 uint32_t room) {
     MessageReader entries(dataspace.response, size, kReplyPayload);
     const auto count = static_cast<uint8_t>(std::min<uint32_t>(entries.u8(), room));
     array[0] = count;
@@ -139,14 +139,25 @@ void decode_page(const Dataspace& dataspace, const PageLayout& layout, size_t si
     }
 }
 
-int32_t get_page(Caller caller, Dataspace& dataspace, const PageLayout& layout, uint32_t first,
-                 uint8_t* array) {
+// Reads the page that begins with entry `first` into an array with room for so many rows.
+int32_t read_page(Caller caller, const Registration& handle, const PageLayout& layout,
+                  uint32_t first, uint8_t* array, uint32_t room) {
     size_t size = 0;
-    const int32_t result = request_page(caller, dataspace, layout.type_letter, first, size);
+    const int32_t result = request_page(caller, handle, layout.type_letter, first, size);
     if (result == 0) {
-        decode_page(dataspace, layout, size, array);
+        decode_page(*handle, layout, size, array, room);
     }
     return result;
+}
+
+// A page for the application, whose array has room for as many rows as were agreed.
+int32_t get_page(Caller caller, const Registration& handle, const PageLayout& layout,
+                 uint32_t first, void* array) {
+    if (!handle) {
+        return -1;
+    }
+    const uint32_t room = handle->page_size != 0 ? handle->page_size : VEXO_PAGE_ROWS;
+    return read_page(caller, handle, layout, first, static_cast<uint8_t*>(array), room);
 }
 
 // ---- The whole catalogue
@@ -164,24 +175,15 @@ void append(MethodEntry& entry, const VexoMethodRow& row) {
     entry.id = row.id;
 }
 
-int32_t fetch(uint32_t handle, uint32_t first, VexoVariablePage& page,
-              int32_t (*get)(uint32_t, uint32_t, uint32_t*)) {
-    return get(handle, first, reinterpret_cast<uint32_t*>(&page));
-}
-
-int32_t fetch(uint32_t handle, uint32_t first, VexoMethodPage& page,
-              int32_t (*get)(uint32_t, uint32_t, uint8_t*)) {
-    return get(handle, first, reinterpret_cast<uint8_t*>(&page));
-}
-
-// One of the three lists of the catalogue: where from, where to, and its name in messages.
-template <typename Page, typename Array, typename Entry>
+// One of the three lists of the catalogue: where from, where to, and its names.
+template <typename PageType, typename Entry>
 struct List {
-    using PageType = Page;
+    using Page = PageType;
 
-    int32_t (*get)(uint32_t handle, uint32_t first, Array* array);
+    const PageLayout& layout;
     int32_t (*build_index)(uint32_t handle, int32_t count, const void* rows);
-    const char* name;
+    const char* request;  // the function that asks for one page
+    const char* name;     // in messages
     Entry* entries;
     uint32_t capacity;
     uint32_t& count;
@@ -197,13 +199,14 @@ struct List {
 };
 
 // Reads a list to its end, which is a page that is not full. An empty page is taken for a
-// transient fault and asked for again.
+// transient fault and asked for again; one with more rows than were agreed is taken as it comes.
 template <typename ListType>
-int32_t load(Caller caller, const Dataspace& dataspace, ListType list) {
+int32_t load(Caller caller, const Registration& handle, ListType list) {
     int empty_pages = 0;
     for (uint32_t first = 0;;) {
-        typename ListType::PageType page;
-        const int32_t result = fetch(caller.handle, first, page, list.get);
+        typename ListType::Page page;
+        const int32_t result = read_page({caller.handle, list.request}, handle, list.layout, first,
+                                         reinterpret_cast<uint8_t*>(&page), VEXO_PAGE_ROWS);
         if (result != 0) {
             report(caller, "vexo_all_recipe_get %s Error: %d", list.name, result);
             return result;
@@ -217,7 +220,7 @@ int32_t load(Caller caller, const Dataspace& dataspace, ListType list) {
             record(caller, "vexo_all_recipe_get %s: rows beyond %u dropped", list.name,
                    list.capacity);
         }
-        if (!all_taken || (page.count > 0 && page.count < dataspace.page_size)) {
+        if (!all_taken || (page.count > 0 && page.count < handle->page_size)) {
             break;
         }
         first += page.count;
@@ -226,29 +229,24 @@ int32_t load(Caller caller, const Dataspace& dataspace, ListType list) {
     return 0;
 }
 
-using VariableList = List<VexoVariablePage, uint32_t, VariableEntry>;
-using MethodList = List<VexoMethodPage, uint8_t, MethodEntry>;
+using VariableList = List<VexoVariablePage, VariableEntry>;
+using MethodList = List<VexoMethodPage, MethodEntry>;
 
 }  // namespace
 
 int32_t vexo_output_variables_get(uint32_t handle, uint32_t first, uint32_t* array) {
     const Caller caller{handle, __func__};
-    const Registration found = find_or_report_not_found(caller);
-    return found ? get_page(caller, *found, kOutputPage, first, reinterpret_cast<uint8_t*>(array))
-                 : -1;
+    return get_page(caller, find_or_report_not_found(caller), kOutputPage, first, array);
 }
 
 int32_t vexo_input_variables_get(uint32_t handle, uint32_t first, uint32_t* array) {
     const Caller caller{handle, __func__};
-    const Registration found = find_or_report_not_found(caller);
-    return found ? get_page(caller, *found, kInputPage, first, reinterpret_cast<uint8_t*>(array))
-                 : -1;
+    return get_page(caller, find_or_report_not_found(caller), kInputPage, first, array);
 }
 
 int32_t vexo_control_methods_get(uint32_t handle, uint32_t first, uint8_t* array) {
     const Caller caller{handle, __func__};
-    const Registration found = find_or_record_null(caller);
-    return found ? get_page(caller, *found, kMethodPage, first, array) : -1;
+    return get_page(caller, find_or_record_null(caller), kMethodPage, first, array);
 }
 
 int32_t vexo_all_recipe_get(uint32_t handle) {
@@ -262,20 +260,20 @@ int32_t vexo_all_recipe_get(uint32_t handle) {
     d.input_count = 0;
     d.method_count = 0;
     int32_t result =
-        load(caller, d,
-             VariableList{vexo_output_variables_get, build_output_hash, "output_variables_get",
-                          d.outputs, kOutputRows, d.output_count});
+        load(caller, found,
+             VariableList{kOutputPage, build_output_hash, "vexo_output_variables_get",
+                          "output_variables_get", d.outputs, kOutputRows, d.output_count});
     if (result == 0) {
         result =
-            load(caller, d,
-                 VariableList{vexo_input_variables_get, build_input_hash,
+            load(caller, found,
+                 VariableList{kInputPage, build_input_hash, "vexo_input_variables_get",
                               "vexo_input_variables_get", d.inputs, kInputRows, d.input_count});
     }
     if (result == 0) {
         result =
-            load(caller, d,
-                 MethodList{vexo_control_methods_get, build_method_hash, "vexo_control_methods_get",
-                            d.methods, kMethodRows, d.method_count});
+            load(caller, found,
+                 MethodList{kMethodPage, build_method_hash, "vexo_control_methods_get",
+                            "vexo_control_methods_get", d.methods, kMethodRows, d.method_count});
     }
     return result;
 }

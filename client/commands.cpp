@@ -48,7 +48,7 @@ int32_t command(Caller caller, int32_t method_row, std::initializer_list<Argumen
     }
     MessageWriter message = begin_call(*found, method_row, arguments);
     const int socket = port == Port::io ? found->io_socket : found->control_socket;
-    return request(caller, *found, socket, message);
+    return request(caller, found, socket, message);
 }
 
 int32_t set_output(Caller caller, int32_t method_row, uint8_t output, uint8_t state) {
@@ -64,7 +64,7 @@ int32_t read_bits(Caller caller, int32_t method_row, uint64_t* bits) {
         return -1;
     }
     MessageWriter message = begin_call(*found, method_row, {});
-    if (transfer_failed(caller, transfer(*found, found->io_socket, message))) {
+    if (transfer_failed(caller, transfer(found, found->io_socket, message))) {
         return VEXO_ERROR_TRANSPORT;
     }
     MessageReader reply(found->response, sizeof found->response, kStatusOffset);

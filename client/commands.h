@@ -82,7 +82,9 @@ VEXO_API int32_t cvexo_stopsensorforceinput(uint32_t handle, int32_t method_row)
  *        is not open ("cvexo_servoj socket_raw_applysendbuf error <code>")
  * On the raw path the call waits without limit for the acknowledgement, which the receive thread
  * hands over: start the output first. The first call after that start does not wait, so that each
- * call returns the acknowledgement of the one before. In nack mode it does not wait at all.
+ * call returns the acknowledgement of the one before. In nack mode it does not wait at all. A lost
+ * acknowledgement, or the end of the receive thread with any vexo_destroy(), leaves it waiting; the
+ * end of its own handle ends it with 302. The thread may be cancelled in this wait.
  * Thread: any; the calls of all handles follow one another (base_servoj_mutex).
  */
 VEXO_API int32_t cvexo_servoj(uint32_t handle, int32_t method_row, double value, uint8_t flag,

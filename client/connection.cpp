@@ -3,6 +3,7 @@
 #include "client/registry.h"
 #include "client/vexo.h"
 #include "net/exchange_socket.h"
+#include "net/raw_endpoint.h"
 #include "net/raw_socket.h"
 
 using namespace vexo;
@@ -47,6 +48,7 @@ int32_t vexo_rawsocket_create(uint32_t handle, const char* interface, uint32_t k
         report(caller, "vexo_rawsocket_create---sock_raw create error:%d", instance);
         return VEXO_ERROR_RAW_SOCKET;
     }
+    raw_enlarge_queue(instance);
     found->raw_socket = instance;
     if (srcmac != nullptr) {
         socket_raw_set_srcmac(instance, srcmac);
@@ -78,7 +80,9 @@ int32_t vexo_create(uint32_t handle, const char* ip, const char* interface, int6
         report(caller, "%s", failure);
         const ReceivePause pause;
         drop_last_slot();
-        free_dataspace(handle);
+        if (found.state().close()) {
+            found.state().end();
+        }
         return -1;
     }
     shared(found->streaming).store(kNotStarted, std::memory_order_release);

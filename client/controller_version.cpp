@@ -42,7 +42,7 @@ int32_t vexo_get_control_version(uint32_t handle, VexoControllerVersion* version
         return -1;
     }
     MessageWriter message = begin_request(*found, 'v');
-    const int32_t result = request(caller, *found, found->io_socket, message);
+    const int32_t result = request(caller, found, found->io_socket, message);
     if (result != 0) {
         return result;
     }

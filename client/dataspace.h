@@ -135,6 +135,9 @@ std::atomic_ref<T> shared(T& member) {
     return std::atomic_ref<T>(member);
 }
 
+// Frees what the name index has allocated beside the dataspace.
+void release_name_index(Dataspace& dataspace);
+
 // The entry of a row, or an empty one for a row outside the catalogue.
 const MethodEntry& method_entry(const Dataspace& dataspace, int32_t row);
 

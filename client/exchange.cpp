@@ -2,10 +2,17 @@
 
 #include <cstdio>
 
+#include "client/cancellable_wait.h"
 #include "client/vexo.h"
 #include "net/exchange_socket.h"
 
 namespace vexo {
+
+namespace {
+
+constexpr int kNoTimeout = -1;
+
+}  // namespace
 
 MessageWriter begin_request(Dataspace& dataspace, char type) {
     return {dataspace.request, sizeof dataspace.request, type};
@@ -15,10 +22,15 @@ MessageReader reply_payload(const Dataspace& dataspace) {
     return {dataspace.response, sizeof dataspace.response, kReplyPayload};
 }
 
-Transfer transfer(Dataspace& dataspace, int socket, MessageWriter& message) {
+int receive_reply(const Registration& handle, int socket, uint8_t* buffer, unsigned capacity) {
+    return wait_cancellable({handle, handle.hold()},
+                            [&] { return socket_recv(socket, buffer, capacity, kNoTimeout); });
+}
+
+Transfer transfer(const Registration& handle, int socket, MessageWriter& message) {
     const auto length = static_cast<unsigned>(message.finish());
-    const int sent = socket_send(socket, dataspace.request, length);
-    const int received = socket_recv(socket, dataspace.response, kReadSize, kNoTimeout);
+    const int sent = socket_send(socket, handle->request, length);
+    const int received = receive_reply(handle, socket, handle->response, kReadSize);
     return {sent, received};
 }
 
@@ -43,11 +55,11 @@ int32_t examine_status(Caller caller, int32_t status) {
     return status;
 }
 
-int32_t request(Caller caller, Dataspace& dataspace, int socket, MessageWriter& message) {
-    if (transfer_failed(caller, transfer(dataspace, socket, message))) {
+int32_t request(Caller caller, const Registration& handle, int socket, MessageWriter& message) {
+    if (transfer_failed(caller, transfer(handle, socket, message))) {
         return VEXO_ERROR_TRANSPORT;
     }
-    return examine_status(caller, dataspace.response[kStatusOffset]);
+    return examine_status(caller, handle->response[kStatusOffset]);
 }
 
 }  // namespace vexo

@@ -2,14 +2,13 @@
 #ifndef CLIENT_EXCHANGE_H
 #define CLIENT_EXCHANGE_H
 
-#include "client/dataspace.h"
 #include "client/message.h"
+#include "client/registry.h"
 #include "log/report.h"
 
 namespace vexo {
 
 constexpr unsigned kReadSize = 1400;  // the most that one receive asks for
-constexpr int kNoTimeout = -1;
 
 // What the two transport calls of a request gave.
 struct Transfer {
@@ -24,8 +23,11 @@ MessageWriter begin_request(Dataspace& dataspace, char type);
 // was received: a short reply is not detected, and what the buffer held before shows through.
 MessageReader reply_payload(const Dataspace& dataspace);
 
+// socket_recv() without a time limit. The thread may be cancelled there.
+int receive_reply(const Registration& handle, int socket, uint8_t* buffer, unsigned capacity);
+
 // Sends the request, and receives a reply even when that failed.
-Transfer transfer(Dataspace& dataspace, int socket, MessageWriter& message);
+Transfer transfer(const Registration& handle, int socket, MessageWriter& message);
 
 // Reports a failed transfer. A connection that the controller has closed is a failure too.
 bool transfer_failed(Caller caller, Transfer result);
@@ -34,7 +36,7 @@ bool transfer_failed(Caller caller, Transfer result);
 int32_t examine_status(Caller caller, int32_t status);
 
 // All of it: 0, the controller's status, or VEXO_ERROR_TRANSPORT.
-int32_t request(Caller caller, Dataspace& dataspace, int socket, MessageWriter& message);
+int32_t request(Caller caller, const Registration& handle, int socket, MessageWriter& message);
 
 }  // namespace vexo
 

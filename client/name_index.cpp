@@ -69,12 +69,8 @@ NameTable method_table(Dataspace& d) {
 
 using TableOf = NameTable (*)(Dataspace&);
 
-Registration find_or_report_missing(Caller caller) {
-    const Registration found = find_registration(caller.handle);
-    if (!found) {
-        report(caller, "%s---VexoDatespace is NULL", caller.function);
-    }
-    return found;
+void report_missing(Caller caller) {
+    report(caller, "%s---VexoDatespace is NULL", caller.function);
 }
 
 // Releases the hash library's records; the nodes live in the pool.
@@ -94,7 +90,7 @@ void add(NameTable& table, std::string_view name, int32_t row) {
 }
 
 int32_t build(Caller caller, TableOf table_of, int32_t count, const void* rows) {
-    const Registration found = find_or_report_missing(caller);
+    const Registration found(caller, report_missing);
     if (!found) {
         return -1;
     }
@@ -121,25 +117,39 @@ int32_t look_up(const NameTable& table, std::string_view name) {
     return node != nullptr ? node->row : -1;
 }
 
-int32_t find(Caller caller, TableOf table_of, const char* name) {
-    const Registration found = find_or_report_missing(caller);
-    if (!found || name == nullptr) {
+int32_t find(Caller caller, const Registration& found, TableOf table_of, const char* name) {
+    if (!found) {
+        report_if_null(caller.handle);
+        report_missing(caller);
         return -1;
     }
-    return look_up(table_of(*found), name);
+    return name != nullptr ? look_up(table_of(*found), name) : -1;
+}
+
+int32_t find_input(uint32_t handle, const Registration& found, const char* name) {
+    return find({handle, "find_input_index"}, found, input_table, name);
+}
+
+int32_t find_output(uint32_t handle, const Registration& found, const char* name) {
+    return find({handle, "find_output_index"}, found, output_table, name);
+}
+
+int32_t find_method(uint32_t handle, const Registration& found, const char* name) {
+    return find({handle, "find_method_index"}, found, method_table, name);
 }
 
 // A row for an output recipe: of an output, else of an input that is to be echoed.
-int32_t find_output_or_input(uint32_t handle, const char* name) {
-    const int32_t row = find_output_index(handle, name);
-    return row != -1 ? row
-                     : find_input_index(handle, name) | static_cast<int32_t>(VEXO_INPUT_ROW_MARKER);
+int32_t find_output_or_input(uint32_t handle, const Registration& found, const char* name) {
+    const int32_t row = find_output(handle, found, name);
+    return row != -1
+               ? row
+               : find_input(handle, found, name) | static_cast<int32_t>(VEXO_INPUT_ROW_MARKER);
 }
 
-using Find = int32_t (*)(uint32_t handle, const char* name);
+using Find = int32_t (*)(uint32_t handle, const Registration& found, const char* name);
 
 Find find_of_kind(uint32_t kind) {
-    static constexpr Find kFinds[] = {find_input_index, find_output_or_input, find_method_index};
+    static constexpr Find kFinds[] = {find_input, find_output_or_input, find_method};
     return kind < std::size(kFinds) ? kFinds[kind] : nullptr;
 }
 
@@ -160,6 +170,13 @@ void split(char* list, const char** names) {
 
 }  // namespace
 
+void vexo::release_name_index(Dataspace& dataspace) {
+    for (const TableOf table_of : {input_table, output_table, method_table}) {
+        NameTable table = table_of(dataspace);
+        drop(table);
+    }
+}
+
 int32_t build_input_hash(uint32_t handle, int32_t count, const void* rows) {
     return build({handle, __func__}, input_table, count, rows);
 }
@@ -173,27 +190,24 @@ int32_t build_method_hash(uint32_t handle, int32_t count, const void* rows) {
 }
 
 int32_t reset_all_hashes(uint32_t handle) {
-    const Registration found = find_or_report_missing({handle, __func__});
+    const Registration found({handle, __func__}, report_missing);
     if (!found) {
         return -1;
     }
-    for (const TableOf table_of : {input_table, output_table, method_table}) {
-        NameTable table = table_of(*found);
-        drop(table);
-    }
+    release_name_index(*found);
     return 0;
 }
 
 int32_t find_input_index(uint32_t handle, const char* name) {
-    return find({handle, __func__}, input_table, name);
+    return find_input(handle, Registration(handle), name);
 }
 
 int32_t find_output_index(uint32_t handle, const char* name) {
-    return find({handle, __func__}, output_table, name);
+    return find_output(handle, Registration(handle), name);
 }
 
 int32_t find_method_index(uint32_t handle, const char* name) {
-    return find({handle, __func__}, method_table, name);
+    return find_method(handle, Registration(handle), name);
 }
 
 int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* results) {
@@ -215,8 +229,9 @@ int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* r
     list[length] = '\0';
     split(list, items);
     const Find find_row = find_of_kind(kind);
+    const Registration found(handle);
     for (int32_t i = 0; find_row != nullptr && i < count; ++i) {
-        results[i] = items[i] != nullptr ? find_row(handle, items[i]) : -1;
+        results[i] = items[i] != nullptr ? find_row(handle, found, items[i]) : -1;
     }
     std::free(block);
     return count;

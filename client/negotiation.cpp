@@ -50,7 +50,7 @@ int32_t vexo_protocol_version_request(uint32_t handle, int64_t mode, uint32_t na
     if (raw) {
         message.bytes(found->host_mac, kMacSize);
     }
-    if (transfer_failed(caller, transfer(*found, found->io_socket, message))) {
+    if (transfer_failed(caller, transfer(found, found->io_socket, message))) {
         return VEXO_ERROR_TRANSPORT;
     }
     const int32_t status = examine_status(caller, found->response[kStatusOffset]);

@@ -18,7 +18,7 @@ int32_t switch_stream(Caller caller, char type, Streaming accepted) {
         return -1;
     }
     MessageWriter message = begin_request(*found, type);
-    const int32_t result = request(caller, *found, found->io_socket, message);
+    const int32_t result = request(caller, found, found->io_socket, message);
     if (result == 0) {
         shared(found->streaming).store(accepted, std::memory_order_release);
         wake_receive_thread();
@@ -46,7 +46,7 @@ int32_t vexo_ouput_data_receive(uint32_t handle, uint32_t, void* buffer, uint32_
     if (shared(found->streaming).load(std::memory_order_acquire) != kStarted) {
         return VEXO_ERROR_NOT_FOUND;
     }
-    read_package(*found, *found.store_sequence, static_cast<uint8_t*>(buffer), size);
+    read_package(*found, found.state().store_sequence, static_cast<uint8_t*>(buffer), size);
     return 0;
 }
 

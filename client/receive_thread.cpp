@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
+#include <new>
 
 #include "base/mutex_lock.h"
+#include "base/owned_descriptor.h"
 #include "client/received_stream.h"
 #include "client/registry.h"
 #include "client/vexo.h"
@@ -22,8 +23,9 @@ namespace {
 // Held by the receive thread during a pass, and never while it waits.
 pthread_mutex_t pass_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-// Teardown has asked the thread to end. Stays set: there is no second thread.
-std::atomic<bool> end_requested{false};
+// How often the receive thread has been asked to end. A thread ends when that is more than at its
+// start, so that no request outlives the threads that it is meant for.
+std::atomic<uint32_t> end_requests{0};
 
 // Guards the thread's start, its wake-ups and the request that it ends.
 pthread_mutex_t life_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -37,20 +39,19 @@ void wake() {
     }
 }
 
-void absorb_wake_up() {
-    const MutexLock lock(life_mutex);
-    eventfd_t count = 0;
-    if (wake_up >= 0) {
-        eventfd_read(wake_up, &count);
-    }
-}
-
 void drop_wake_up() {
     if (wake_up >= 0) {
         close(wake_up);
     }
     wake_up = -1;
 }
+
+// What a thread is to serve, and from when on.
+struct Task {
+    uint32_t list[1 + VEXO_MAX_HANDLES];
+    uint32_t end_requests;
+    int wake_up;
+};
 
 // A count of handles that failed connections have let grow is cut to what a list can hold.
 uint32_t handle_count(const uint32_t* list) {
@@ -66,14 +67,12 @@ void cancellation_point() {
 // The handles that one receive thread serves.
 class Receiver {
 public:
-    void serve(const uint32_t* list) {
-        count_ = handle_count(list);
+    explicit Receiver(const Task& task) : count_(task.list[0]), wake_up_(task.wake_up) {
         for (uint32_t i = 0; i < count_; ++i) {
-            streams_[i] = ReceivedStream(list[1 + i]);
+            streams_[i] = ReceivedStream(task.list[1 + i]);
             polled_[i] = {-1, POLLIN, 0};
         }
-        const MutexLock lock(life_mutex);
-        polled_[count_] = {wake_up, POLLIN, 0};
+        polled_[count_] = {wake_up_, POLLIN, 0};
     }
 
     // Serves each handle. False when one of them is gone.
@@ -82,13 +81,13 @@ public:
             absorb_wake_up();
         }
         for (uint32_t i = 0; i < count_; ++i) {
-            const Registration handle = find_registration(streams_[i].handle());
-            if (!handle) {
+            HandleState* handle = find_live_state(streams_[i].handle());
+            if (handle == nullptr) {
                 report_as({0, "receive_thread"}, "vexo_thread--VexoHandle not found",
                           "vexo_thread---VexoHandle not found");
                 return false;
             }
-            streams_[i].serve(handle, polled_[i]);
+            streams_[i].serve(*handle, polled_[i]);
         }
         return true;
     }
@@ -101,65 +100,64 @@ public:
     }
 
 private:
+    // Once the thread has been asked to end, the descriptor may be another's.
+    void absorb_wake_up() const {
+        const MutexLock lock(life_mutex);
+        eventfd_t count = 0;
+        if (wake_up == wake_up_) {
+            eventfd_read(wake_up, &count);
+        }
+    }
+
     void forget_events() {
         for (pollfd& polled : polled_) {
             polled.revents = 0;
         }
     }
 
-    uint32_t count_ = 0;
+    uint32_t count_;
+    int wake_up_;
     ReceivedStream streams_[VEXO_MAX_HANDLES];
     pollfd polled_[VEXO_MAX_HANDLES + 1] = {};  // one for each stream, and the wake-up
 };
 
-// The list as it was when the thread was started: the application may go on changing its own.
-uint32_t served_list[1 + VEXO_MAX_HANDLES];
+// The list as it is now: the application may go on changing its own.
+Task task_of(const uint32_t* list, int own_wake_up) {
+    Task task{{}, end_requests, own_wake_up};
+    task.list[0] = handle_count(list);
+    std::copy_n(list + 1, task.list[0], task.list + 1);
+    return task;
+}
 
-void give_reply_tokens(const uint32_t* list) {
-    for (uint32_t i = 0, count = handle_count(list); i < count; ++i) {
-        const Registration handle = find_registration(list[1 + i]);
+// Brings the tokens to one, whoever waits for one or takes one meanwhile.
+void bring_to_one(sem_t& reply) {
+    int tokens = 0;
+    sem_getvalue(&reply, &tokens);
+    if (tokens == 0) {
+        sem_post(&reply);
+    }
+    for (; tokens > 1; --tokens) {
+        sem_trywait(&reply);
+    }
+}
+
+void give_reply_tokens(const Task& task) {
+    for (uint32_t i = 0; i < task.list[0]; ++i) {
+        const Registration handle({task.list[1 + i], ""}, [](Caller) {});
         if (handle) {
-            sem_init(&handle->reply, 0, 1);
+            bring_to_one(handle->reply);
         }
     }
 }
 
-}  // namespace
-
-void wake_receive_thread() {
-    const MutexLock lock(life_mutex);
-    wake();
-}
-
-ReceivePause::ReceivePause() {
-    pthread_mutex_lock(&pass_mutex);
-}
-
-ReceivePause::~ReceivePause() {
-    pthread_mutex_unlock(&pass_mutex);
-}
-
-}  // namespace vexo
-
-using namespace vexo;
-
-// The thread's life. It is started once per process, by the first vexo_thread_init(), for the
-// handles registered by then, and passes over them whenever something has come for one of them, a
-// stream is started or paused, or 20 ms have gone by. It ends at the top of a pass, when it has
-// been cancelled; or in a pass that finds one of its handles gone. Teardown takes the pass mutex,
-// so that no pass runs meanwhile, asks the thread to end, and then takes its handle away: a thread
-// that was about to begin a pass waits for the mutex and then sees the request. (A request, and not
-// pthread_cancel(), because the thread then unwinds its stack as any function does. An application
-// may still cancel it.)
-void* receive_thread(void* list) {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-    Receiver receiver;
-    receiver.serve(static_cast<const uint32_t*>(list));
+// The life of a receive thread; see receive_thread().
+void* serve(const Task& task) {
+    Receiver receiver(task);
     for (;;) {
         cancellation_point();
         {
             const MutexLock pass(pass_mutex);
-            if (end_requested.load(std::memory_order_relaxed)) {
+            if (end_requests.load(std::memory_order_relaxed) != task.end_requests) {
                 return PTHREAD_CANCELED;
             }
             if (!receiver.pass()) {
@@ -170,17 +168,59 @@ void* receive_thread(void* list) {
     }
 }
 
+void* serve_started(void* given) {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    const Task task = *static_cast<Task*>(given);
+    delete static_cast<Task*>(given);
+    return serve(task);
+}
+
+bool start_thread(const Task& task) {
+    auto* given = new (std::nothrow) Task(task);
+    if (given != nullptr && pthread_create(&th_receive, nullptr, serve_started, given) == 0) {
+        return true;
+    }
+    delete given;
+    return false;
+}
+
+}  // namespace
+
+void wake_receive_thread() {
+    const MutexLock lock(life_mutex);
+    wake();
+}
+
+ReceivePause::ReceivePause() : lock_(pass_mutex) {}
+
+}  // namespace vexo
+
+using namespace vexo;
+
+// The thread's life. It is started by vexo_thread_init() when recv_thread_init_ok is 0, for the
+// handles registered by then, and passes over them whenever something has come for one of them, a
+// stream is started or paused, or 20 ms have gone by. It ends at the top of a pass, when it has
+// been cancelled or asked to end; or in a pass that finds one of its handles gone. Teardown takes
+// the pass mutex, so that no pass runs meanwhile, asks the threads of that time to end, and then
+// takes its handle away: a thread that was about to begin a pass waits for the mutex and then sees
+// the request. (A request, and not pthread_cancel(), because the thread then unwinds its stack as
+// any function does. An application may still cancel it.)
+void* receive_thread(void* list) {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    return serve(task_of(static_cast<const uint32_t*>(list), -1));
+}
+
 int32_t vexo_thread_init(uint32_t* list) {
     const MutexLock lock(life_mutex);
     if (recv_thread_init_ok != 0) {
         return 0;
     }
-    give_reply_tokens(list);
-    std::memcpy(served_list, list, (1 + handle_count(list)) * sizeof *list);
     if (wake_up < 0) {
-        wake_up = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        wake_up = OwnedDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)).release();
     }
-    if (pthread_create(&th_receive, nullptr, receive_thread, served_list) != 0) {
+    const Task task = task_of(list, wake_up);
+    give_reply_tokens(task);
+    if (!start_thread(task)) {
         report({0, __func__}, "Error: pthread_create");
         return -1;
     }
@@ -191,7 +231,7 @@ int32_t vexo_thread_init(uint32_t* list) {
 int32_t vexo_thread_destroy(void) {
     const MutexLock lock(life_mutex);
     if (recv_thread_init_ok != 0) {
-        end_requested.store(true, std::memory_order_relaxed);
+        ++end_requests;
         wake();
         drop_wake_up();
     }

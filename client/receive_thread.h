@@ -2,6 +2,8 @@
 #ifndef CLIENT_RECEIVE_THREAD_H
 #define CLIENT_RECEIVE_THREAD_H
 
+#include "base/mutex_lock.h"
+
 namespace vexo {
 
 // Has the thread, if there is one, look at the streaming flags now.
@@ -12,9 +14,9 @@ void wake_receive_thread();
 class ReceivePause {
 public:
     ReceivePause();
-    ~ReceivePause();
-    ReceivePause(const ReceivePause&) = delete;
-    ReceivePause& operator=(const ReceivePause&) = delete;
+
+private:
+    MutexLock lock_;
 };
 
 }  // namespace vexo

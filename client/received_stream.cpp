@@ -3,26 +3,25 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
-#include "base/error_text.h"
 #include "base/racing_copy.h"
 #include "client/message.h"
-#include "net/raw_internal.h"
-#include "net/raw_socket.h"
+#include "log/report.h"
+#include "net/error_description.h"
+#include "net/raw_endpoint.h"
 
 namespace vexo {
 
 namespace {
 
 constexpr size_t kFrameSize = 1440;
-constexpr size_t kEthernetSource = 6;  // where a frame has its source address
 constexpr uint8_t kOutputFrame = 144;
 constexpr uint8_t kReplyFrame = 146;
-constexpr long kNothingReceived = -101;
 // So many frames at most are passed over at a stretch, so that one busy link cannot hold up the
 // others.
 constexpr int kFramesPerPass = 64;
@@ -37,17 +36,17 @@ int64_t now_milliseconds() {
 
 }  // namespace
 
-void ReceivedStream::serve(const Registration& handle, pollfd& polled) {
-    if (shared(handle->streaming).load(std::memory_order_acquire) != kStarted) {
+void ReceivedStream::serve(HandleState& handle, pollfd& polled) {
+    if (shared(handle.dataspace()->streaming).load(std::memory_order_acquire) != kStarted) {
         if (!cleared_) {
-            clear_store(*handle, *handle.store_sequence);
+            clear_store(*handle.dataspace(), handle.store_sequence);
             cleared_ = true;
         }
         polled.fd = -1;
         return;
     }
     cleared_ = false;
-    switch (shared(handle->link_mode).load(std::memory_order_relaxed)) {
+    switch (shared(handle.dataspace()->link_mode).load(std::memory_order_relaxed)) {
         case kLinkTcp:
             serve_tcp(handle, polled);
             break;
@@ -60,43 +59,43 @@ void ReceivedStream::serve(const Registration& handle, pollfd& polled) {
     polled.events = POLLIN;
 }
 
-void ReceivedStream::serve_tcp(const Registration& handle, pollfd& polled) {
-    const int socket = handle->receive_socket;
-    const size_t length = shared(handle->output_length).load(std::memory_order_relaxed);
-    if (socket != socket_) {
-        socket_ = socket;
-        packages_ = {};
+void ReceivedStream::serve_tcp(HandleState& handle, pollfd& polled) {
+    const int socket = handle.dataspace()->receive_socket;
+    const size_t length = shared(handle.dataspace()->output_length).load(std::memory_order_relaxed);
+    wire::PackageStream& packages = handle.packages;
+    if (socket != handle.packages_of) {
+        handle.packages_of = socket;
+        packages = {};
         lost_ = false;
     }
     if (polled.fd == socket && polled.revents != 0) {
-        receive_bytes(socket);
+        receive_bytes(socket, packages);
     }
-    for (auto package = packages_.next(length); !package.empty();
-         package = packages_.next(length)) {
-        show_package(*handle, *handle.store_sequence, package, read_u16(package.data()));
+    for (auto package = packages.next(length); !package.empty(); package = packages.next(length)) {
+        show_package(*handle.dataspace(), handle.store_sequence, package, read_u16(package.data()));
     }
     polled.fd = resting() || length == 0 ? -1 : socket;
 }
 
-void ReceivedStream::receive_bytes(int socket) {
-    const std::span<uint8_t> room = packages_.room();
+void ReceivedStream::receive_bytes(int socket, wire::PackageStream& packages) {
+    const std::span<uint8_t> room = packages.room();
     const ssize_t got = recv(socket, room.data(), room.size(), MSG_DONTWAIT);
     if (got > 0) {
         lost_ = false;
-        packages_.received(static_cast<size_t>(got));
+        packages.received(static_cast<size_t>(got));
         return;
     }
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
     if (got < 0 && newly_lost()) {
-        report({0, "socket_recv"}, "Receive failed - %s", ErrorText(errno).text);
+        report({0, "socket_recv"}, "Receive failed - %s", describe_error(errno).text);
     }
     rest();
 }
 
-void ReceivedStream::serve_raw(const Registration& handle, pollfd& polled) {
-    const int descriptor = raw_descriptor(handle->raw_socket);
+void ReceivedStream::serve_raw(HandleState& handle, pollfd& polled) {
+    const int descriptor = raw_descriptor(handle.dataspace()->raw_socket);
     if (polled.fd == descriptor && (polled.revents != 0 || descriptor < 0)) {
         receive_frames(handle);
         if ((polled.revents & ~POLLIN) != 0) {
@@ -108,19 +107,17 @@ void ReceivedStream::serve_raw(const Registration& handle, pollfd& polled) {
 
 // Takes in one frame of the controller. Mostly there is only one: to ask for the next costs a
 // system call, and poll() tells it for all handles at once.
-void ReceivedStream::receive_frames(const Registration& handle) {
+void ReceivedStream::receive_frames(HandleState& handle) {
     uint8_t frame[kFrameSize];
     for (int i = 0; i < kFramesPerPass; ++i) {
-        uint8_t code = 0;
-        uint8_t* position = frame;
-        const long result = raw_try_receive(handle->raw_socket, &code, &position, sizeof frame);
-        if (result == kNothingReceived) {
+        const RawMessage message = raw_try_receive(handle.dataspace()->raw_socket, frame);
+        if (message.nothing()) {
             return;
         }
-        if (result < 0) {
-            const bool freed = result == SOCKET_RAW_BAD_INSTANCE;
+        if (message.result < 0) {
+            const bool freed = message.result == SOCKET_RAW_BAD_INSTANCE;
             if (freed ? newly_lost() : may_log()) {
-                record({0, "receive_thread"}, "Error: raw_socket_recv: %ld", result);
+                record({0, "receive_thread"}, "Error: raw_socket_recv: %ld", message.result);
             }
             if (freed) {
                 return;
@@ -128,8 +125,8 @@ void ReceivedStream::receive_frames(const Registration& handle) {
             continue;
         }
         lost_ = false;
-        if (std::memcmp(frame + kEthernetSource, handle->controller_mac, kMacSize) == 0) {
-            take_frame(handle, code, position, static_cast<size_t>(result));
+        if (message.sender == std::to_array(handle.dataspace()->controller_mac)) {
+            take_frame(handle, message.code, message.payload);
             return;
         }
     }
@@ -137,17 +134,17 @@ void ReceivedStream::receive_frames(const Registration& handle) {
 
 // Both kinds begin with a length word of their own, which reaches no further than what was
 // received. What is missing of it counts as zero: even an empty reply is one that somebody awaits.
-void ReceivedStream::take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,
-                                size_t received) {
+void ReceivedStream::take_frame(HandleState& handle, uint8_t code,
+                                std::span<const uint8_t> payload) {
     uint8_t length_word[2] = {};
-    std::memcpy(length_word, payload, std::min(received, sizeof length_word));
+    std::memcpy(length_word, payload.data(), std::min(payload.size(), sizeof length_word));
     const size_t claimed = read_u16(length_word);
-    const std::span<const uint8_t> brought(payload, std::min(claimed, received));
+    const auto brought = payload.first(std::min(claimed, payload.size()));
     if (code == kOutputFrame) {
-        show_package(*handle, *handle.store_sequence, brought, claimed);
+        show_package(*handle.dataspace(), handle.store_sequence, brought, claimed);
     } else if (code == kReplyFrame) {
-        store_claimed(handle->response, brought, claimed);
-        sem_post(&handle->reply);
+        store_claimed(handle.dataspace()->response, brought, claimed);
+        sem_post(&handle.dataspace()->reply);
     }
 }
 

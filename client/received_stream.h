@@ -4,8 +4,7 @@
 
 #include <poll.h>
 
-#include "client/registry.h"
-#include "wire/package_stream.h"
+#include "client/handle_state.h"
 
 namespace vexo {
 
@@ -20,15 +19,14 @@ public:
 
     // One pass: takes in what `polled` says has come for a handle that streams, and says in
     // `polled` what to wait for next.
-    void serve(const Registration& handle, pollfd& polled);
+    void serve(HandleState& handle, pollfd& polled);
 
 private:
-    void serve_tcp(const Registration& handle, pollfd& polled);
-    void receive_bytes(int socket);
-    void serve_raw(const Registration& handle, pollfd& polled);
-    void receive_frames(const Registration& handle);
-    void take_frame(const Registration& handle, uint8_t code, const uint8_t* payload,
-                    size_t received);
+    void serve_tcp(HandleState& handle, pollfd& polled);
+    void receive_bytes(int socket, wire::PackageStream& packages);
+    void serve_raw(HandleState& handle, pollfd& polled);
+    void receive_frames(HandleState& handle);
+    void take_frame(HandleState& handle, uint8_t code, std::span<const uint8_t> payload);
     // After a failure the link is left alone for a while: a closed one is always ready, and must
     // cost no more than a silent one.
     void rest();
@@ -39,9 +37,7 @@ private:
     bool may_log();
 
     uint32_t handle_;
-    bool cleared_ = false;  // the store is zero since the stream stopped
-    int socket_ = -1;       // what packages_ has bytes of
-    wire::PackageStream packages_;
+    bool cleared_ = false;     // the store is zero since the stream stopped
     bool lost_ = false;        // and logged
     int64_t line_second_ = 0;  // of the monotonic clock, in which
     int lines_ = 0;            // so many bad frames were to be logged

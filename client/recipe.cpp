@@ -82,11 +82,11 @@ bool add_rows(Caller caller, RecipeBuilder& recipe, Dataspace& dataspace, const 
     return true;
 }
 
-int32_t send_recipe(Caller caller, Dataspace& dataspace, MessageWriter& message,
+int32_t send_recipe(Caller caller, const Registration& handle, MessageWriter& message,
                     uint32_t* recipe_id) {
-    const int32_t result = request(caller, dataspace, dataspace.io_socket, message);
+    const int32_t result = request(caller, handle, handle->io_socket, message);
     if (result == 0) {
-        *recipe_id = reply_payload(dataspace).u8();
+        *recipe_id = reply_payload(*handle).u8();
     }
     return result;
 }
@@ -125,7 +125,7 @@ int32_t vexo_output_setup_send(uint32_t handle, int32_t count, uint32_t* rows, u
     }
     shared(found->output_length)
         .store(output_package_length(caller, recipe.sum()), std::memory_order_relaxed);
-    return send_recipe(caller, *found, message, recipe_id);
+    return send_recipe(caller, found, message, recipe_id);
 }
 
 int32_t vexo_input_setup_send(uint32_t handle, int32_t count, int32_t* rows, uint32_t* recipe_id) {
@@ -152,5 +152,5 @@ int32_t vexo_input_setup_send(uint32_t handle, int32_t count, int32_t* rows, uin
         report_as(caller, "Error: send_byte > SOCKET_RECEIVE_LEN",
                   "Error: send_byte(%u) > SOCKET_RECEIVE_LEN(%d)", recipe.sum(), kReceiveLength);
     }
-    return send_recipe(caller, *found, message, recipe_id);
+    return send_recipe(caller, found, message, recipe_id);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "client/vexo.h"
 
@@ -15,13 +16,10 @@ namespace vexo {
 
 namespace {
 
-// What a slot has beside its public record.
-struct SlotPrivate {
-    bool live;  // the dataspace is allocated
-    StoreSequence store_sequence;
-};
-
-SlotPrivate slot_private[VEXO_MAX_HANDLES];
+// The states of the slots. A slot can be filled again while the handle in it lives on, out of
+// sight; it then gets a further state.
+HandleState first_states[VEXO_MAX_HANDLES];
+std::atomic<HandleState*> slot_states[VEXO_MAX_HANDLES];
 
 // Failed connections and teardown move the number without regard to the slots.
 int visible_slots() {
@@ -40,13 +38,10 @@ int find_slot(uint32_t handle) {
     return found;
 }
 
-// As get_vexo_dataspace() answers: reports handle 0.
-int look_up_slot(uint32_t handle) {
-    if (handle == 0) {
-        report({0, "get_vexo_dataspace"}, "VexoHandle is null");
-        return -1;
-    }
-    return find_slot(handle);
+// The state of a visible slot, or null.
+HandleState* find_state(uint32_t handle) {
+    const int slot = handle != 0 ? find_slot(handle) : -1;
+    return slot >= 0 ? slot_states[slot].load(std::memory_order_acquire) : nullptr;
 }
 
 uint32_t make_free_number(const char* ip) {
@@ -56,6 +51,15 @@ uint32_t make_free_number(const char* ip) {
         report({0, "vexo_create_handle"}, "VexoHandle Requesting...");
     }
     return number;
+}
+
+// A state for a slot that is to be filled; null without memory.
+HandleState* free_state(int index) {
+    HandleState* state = slot_states[index];
+    if (state == nullptr) {
+        state = &first_states[index];
+    }
+    return state->is_free() ? state : new (std::nothrow) HandleState;
 }
 
 // All of its pages are touched now, so that the first cycles meet no page fault.
@@ -74,44 +78,68 @@ void fill_slot(int index, uint32_t handle, const char* ip, Dataspace* dataspace)
     slot.dataspace = reinterpret_cast<uint8_t*>(dataspace);
     std::memcpy(slot.ip, ip, strnlen(ip, sizeof slot.ip));
     slot.index = static_cast<uint8_t>(index);
-    slot_private[index].live = true;
 
     std::memcpy(dataspace->ip, ip, strnlen(ip, sizeof dataspace->ip - 1));
     dataspace->handle = handle;
+    sem_init(&dataspace->reply, 0, 0);
+}
+
+// Begins a call on the handle.
+HandleState* enter(uint32_t handle) {
+    HandleState* state = find_state(handle);
+    if (state == nullptr || !state->enter()) {
+        return nullptr;
+    }
+    if (state->dataspace()->handle != handle) {  // it is another's since the lookup
+        state->leave();
+        return nullptr;
+    }
+    return state;
+}
+
+void report_not_found(Caller caller) {
+    report(caller, "%s---VexoHandle not found", caller.function);
+}
+
+void record_null(Caller caller) {
+    record(caller, "%s Error: vexoHandle is NULL", caller.function);
 }
 
 }  // namespace
 
-const char* log_key(uint32_t handle) {
-    const int slot = find_slot(handle);
-    return slot >= 0 && slot_private[slot].live
-               ? reinterpret_cast<Dataspace*>(VexoHandleData[slot].dataspace)->ip
-               : nullptr;
+void report_if_null(uint32_t handle) {
+    if (handle == 0) {
+        report({0, "get_vexo_dataspace"}, "VexoHandle is null");
+    }
 }
 
-Registration find_registration(uint32_t handle) {
-    const int slot = look_up_slot(handle);
-    if (slot < 0 || !slot_private[slot].live) {
-        return {};
+Registration::Registration(uint32_t handle) : state_(enter(handle)) {}
+
+Registration::Registration(Caller caller, void (*report_unknown)(Caller))
+    : Registration(caller.handle) {
+    if (state_ == nullptr) {
+        report_if_null(caller.handle);
+        report_unknown(caller);
     }
-    return {reinterpret_cast<Dataspace*>(VexoHandleData[slot].dataspace),
-            &slot_private[slot].store_sequence};
+}
+
+HandleState* find_live_state(uint32_t handle) {
+    report_if_null(handle);
+    HandleState* state = find_state(handle);
+    return state != nullptr && state->live() ? state : nullptr;
+}
+
+const char* log_key(uint32_t handle) {
+    const HandleState* state = find_state(handle);
+    return state != nullptr && state->live() ? state->ip() : nullptr;
 }
 
 Registration find_or_report_not_found(Caller caller) {
-    const Registration found = find_registration(caller.handle);
-    if (!found) {
-        report(caller, "%s---VexoHandle not found", caller.function);
-    }
-    return found;
+    return {caller, report_not_found};
 }
 
 Registration find_or_record_null(Caller caller) {
-    const Registration found = find_registration(caller.handle);
-    if (!found) {
-        record(caller, "%s Error: vexoHandle is NULL", caller.function);
-    }
-    return found;
+    return {caller, record_null};
 }
 
 void unregister(uint32_t handle) {
@@ -127,15 +155,6 @@ void unregister(uint32_t handle) {
 
 void drop_last_slot() {
     shared(VexoHandleData_num).fetch_sub(1, std::memory_order_release);
-}
-
-void free_dataspace(uint32_t handle) {
-    for (int i = 0; i < VEXO_MAX_HANDLES; ++i) {
-        if (VexoHandleData[i].handle == handle && slot_private[i].live) {
-            slot_private[i].live = false;
-            std::free(VexoHandleData[i].dataspace);
-        }
-    }
 }
 
 }  // namespace vexo
@@ -160,12 +179,16 @@ int32_t vexo_create_handle(uint32_t* handle, const char* ip) {
     const uint32_t number = make_free_number(ip);
     VexoHandlelist[1 + index] = number;
     Dataspace* dataspace = allocate_dataspace();
-    if (dataspace == nullptr) {
+    HandleState* state = dataspace != nullptr ? free_state(index) : nullptr;
+    if (state == nullptr) {
+        std::free(dataspace);
         report({number, __func__}, "malloc failed");
         return -1;
     }
     const char* address = ip != nullptr ? ip : "";
     fill_slot(index, number, address, dataspace);
+    state->begin(dataspace, address);
+    slot_states[index].store(state, std::memory_order_release);
     shared(VexoHandleData_num).store(index + 1, std::memory_order_release);
     ++VexoHandlelist[0];
     *handle = number;
@@ -181,6 +204,7 @@ uint32_t check_Handle(uint32_t handle) {
 }
 
 uint8_t* get_vexo_dataspace(uint32_t handle) {
-    const int slot = look_up_slot(handle);
+    report_if_null(handle);
+    const int slot = handle != 0 ? find_slot(handle) : -1;
     return slot >= 0 ? VexoHandleData[slot].dataspace : nullptr;
 }

@@ -3,6 +3,8 @@
 
 #include "base/mutex_lock.h"
 #include "base/racing_copy.h"
+#include "base/retry.h"
+#include "client/cancellable_wait.h"
 #include "client/exchange.h"
 #include "client/method_call.h"
 #include "client/registry.h"
@@ -92,11 +94,13 @@ int build(Caller caller, Dataspace& dataspace, const SetPoint& point) {
     return header + static_cast<int>(message.finish());
 }
 
-// Waits until the receive thread has stored a reply. Returns the reply's own length.
-int wait_for_frame_reply(Dataspace& dataspace) {
-    while (sem_wait(&dataspace.reply) != 0) {
-    }
-    return racing_u16(dataspace.response);
+// Waits until the receive thread has stored a reply, or the handle comes to its end. Returns the
+// reply's own length, or a negative number.
+int wait_for_frame_reply(const HeldWhileWaiting& held) {
+    sem_t* reply = &held.handle->reply;
+    wait_cancellable(held,
+                     [reply] { return retry_interrupted([reply] { return sem_wait(reply); }); });
+    return held.handle.state().closing() ? VEXO_SOCKET_ERROR : racing_u16(held.handle->response);
 }
 
 struct Exchange {
@@ -104,7 +108,8 @@ struct Exchange {
     int received;
 };
 
-Exchange exchange(Dataspace& dataspace, int total) {
+Exchange exchange(const HeldWhileWaiting& held, int total) {
+    Dataspace& dataspace = *held.handle;
     const bool raw = (dataspace.version_word & kVersionRaw) != 0;
     if (raw) {
         socket_raw_set_dstmac(dataspace.raw_socket, dataspace.controller_mac);
@@ -115,11 +120,13 @@ Exchange exchange(Dataspace& dataspace, int total) {
         return {sent, socket_recv(dataspace.control_socket, dataspace.response, kReadSize,
                                   kReplyMicroseconds)};
     }
-    return {sent, dataspace.nack == 0 ? wait_for_frame_reply(dataspace) : 0};
+    return {sent, dataspace.nack == 0 ? wait_for_frame_reply(held) : 0};
 }
 
-// A late or lost acknowledgement is no error: the next set-point is due.
-int32_t examine(Caller caller, const Dataspace& dataspace, Exchange result) {
+// A late or lost acknowledgement is no error: the next set-point is due, unless the handle is at
+// its end.
+int32_t examine(Caller caller, const Registration& handle, Exchange result) {
+    const Dataspace& dataspace = *handle;
     if (result.sent < 0) {
         report(caller, "cvexo_servoj send error: %ld", result.sent);
         return VEXO_ERROR_TRANSPORT;
@@ -127,7 +134,7 @@ int32_t examine(Caller caller, const Dataspace& dataspace, Exchange result) {
     const bool raw = (dataspace.version_word & kVersionRaw) != 0;
     if (result.received < 0 || (!raw && result.received == 0)) {
         std::printf("cvexo_servoj recv error: %d\n", result.received);
-        return 0;
+        return handle.state().closing() ? VEXO_ERROR_TRANSPORT : 0;
     }
     if (dataspace.nack != 0) {
         return 0;
@@ -151,5 +158,5 @@ int32_t cvexo_servoj(uint32_t handle, int32_t method_row, double value, uint8_t 
     if (total < 0) {
         return VEXO_ERROR_TRANSPORT;
     }
-    return examine(caller, *found, exchange(*found, total));
+    return examine(caller, found, exchange({found, lock.hold(), &base_servoj_mutex}, total));
 }

@@ -1,4 +1,6 @@
 // Ends a handle's life.
+#include <sys/socket.h>
+
 #include "client/receive_thread.h"
 #include "client/registry.h"
 #include "client/vexo.h"
@@ -27,6 +29,16 @@ int32_t close_connections(Caller caller, const Dataspace& dataspace) {
     return control && receive && io ? 0 : -1;
 }
 
+// Descriptor 0 stands for a connection that was never opened: whatever it is, it is not ours.
+void wake_waiting_calls(Dataspace& dataspace) {
+    for (const int socket : {dataspace.io_socket, dataspace.control_socket}) {
+        if (socket > 0) {
+            shutdown(socket, SHUT_RDWR);
+        }
+    }
+    sem_post(&dataspace.reply);
+}
+
 }  // namespace
 
 int32_t vexo_destroy(uint32_t handle) {
@@ -36,14 +48,22 @@ int32_t vexo_destroy(uint32_t handle) {
     if (!found) {
         return -1;
     }
+    HandleState& state = found.state();
+    if (!state.close()) {  // another thread ends it
+        record(caller, "%s Error: vexoHandle is NULL", caller.function);
+        return -1;
+    }
+    if (state.has_other_calls()) {
+        wake_waiting_calls(*found);
+        state.wait_for_other_calls();
+    }
     // From here on the receive thread begins no pass, so that neither the descriptors nor the
     // dataspace go away under its hands; when it goes on it meets its cancellation.
     const ReceivePause pause;
     const int32_t result = close_connections(caller, *found);
-    reset_all_hashes(handle);
     shared(found->streaming).store(kNotStarted, std::memory_order_release);
     vexo_thread_destroy();
     unregister(handle);
-    free_dataspace(handle);
+    state.end();
     return result;
 }

@@ -25,7 +25,9 @@
  *    and the function's name. An unknown handle is reported as "<function>---VexoHandle not found",
  *    printed and logged, or as "<function> Error: vexoHandle is NULL", only logged;
  *  - waits for the reply without a time limit, and fails at once when the connection is lost;
- *  - is to be made from one thread at a time for one handle. Different handles are independent.
+ *  - is to be made from one thread at a time for one handle. Different handles are independent;
+ *  - ends with 302 when a signal handler runs in the calling thread while it waits. The reply that
+ *    comes later is then read by the next request, as is that of a thread that was cancelled.
  * docs/contracts.md has the whole of these rules.
  */
 #ifndef CLIENT_VEXO_H
@@ -72,10 +74,13 @@ extern VEXO_API uint32_t VexoHandlelist[1 + VEXO_MAX_HANDLES];
 /* How many slots of VexoHandleData lookups see. */
 extern VEXO_API int32_t VexoHandleData_num;
 
-/* The receive thread, once recv_thread_init_ok is 1. It may be joined after vexo_destroy(). */
+/* The latest receive thread, once recv_thread_init_ok is 1. It may be joined after vexo_destroy().
+ */
 extern VEXO_API pthread_t th_receive;
 
-/* 1 once the receive thread was created; stays 1 for the rest of the process. */
+/* 1 once the receive thread was created. It stays 1 when that thread ends, and while it is 1 no
+ * other is started: an application that wants to stream again after a vexo_destroy() sets it to 0
+ * and calls vexo_output_start(). */
 extern VEXO_API uint32_t recv_thread_init_ok;
 
 /* Held during vexo_ouput_data_receive(), vexo_input_data_send() and cvexo_servoj() respectively,
@@ -132,13 +137,17 @@ VEXO_API int32_t sum_digits(int32_t value, uint32_t multiplier);
 /*
  * Ends a handle: closes its connections (ports 2297, 2299, 2295, in this order; not the raw
  * endpoint), drops its name index, ends the receive thread, takes the handle from the registry and
- * frees its dataspace. Waits for the receive thread at most for the pass it is in.
+ * frees its dataspace. Waits for the receive thread at most for the pass it is in. Calls on the
+ * handle that are under way in other threads end first, with -1, 301 or 302: a request or an
+ * acknowledged set-point that waits for its reply is woken, its connections being shut down.
  * Returns 0, or -1 when the handle is unknown (logged only) or a close failed ("Failed to close
  * control interface", "... receive interface", "... IO control interface"; the handle is gone all
  * the same).
- * There is one receive thread for all handles, and it is not started again: after the first
- * vexo_destroy() no handle receives output packages any more. Destroy handles in the reverse order
- * of their creation: otherwise the handle registered last drops out of the lookups instead.
+ * There is one receive thread for all handles, and it is not started again by itself: after a
+ * vexo_destroy() no handle receives output packages any more, and an acknowledged set-point of
+ * another handle on the raw path goes on waiting, until recv_thread_init_ok is set to 0 and
+ * vexo_output_start() called. Destroy handles in the reverse order of their creation: otherwise the
+ * handle registered last drops out of the lookups instead.
  * A connection that was never opened is closed as descriptor 0: the receive connection in mode 3
  * and up, and all three of a handle that vexo_create() was not called for.
  */
@@ -157,7 +166,12 @@ VEXO_API int32_t vexo_destroy(uint32_t handle);
  * tried); -1 for an unknown handle, or with "Failed to connect to IO control interface", "Failed to
  * connect to control interface" or "Failed to connect to receive interface". After such a failure
  * the dataspace is freed and the number of registered handles is one lower (whichever handle was
- * registered last drops out); connections already made stay open.
+ * registered last drops out); connections already made stay open. The count of VexoHandlelist stays
+ * as it was, and so one too high from then on: the receive thread that vexo_output_start() starts
+ * with it ends at once ("vexo_thread--VexoHandle not found"). To stream all the same, call
+ * vexo_thread_init() with a list of your own (recv_thread_init_ok must be 0).
+ * At most 8 raw endpoints can exist, and neither vexo_destroy() nor a failure gives one back
+ * (socket_raw_free() does). The calling thread cannot be cancelled meanwhile.
  */
 VEXO_API int32_t vexo_create(uint32_t handle, const char* ip, const char* interface, int64_t mode,
                              uint8_t* srcmac);
@@ -249,8 +263,9 @@ VEXO_API int32_t vexo_input_setup_send(uint32_t handle, int32_t count, int32_t* 
 /* ---- Cyclic data ---------------------------------------------------------------------------- */
 
 /*
- * Starts the output stream and, the first time in the process, the receive thread, which serves the
- * handles registered by then. `spare` is ignored.
+ * Starts the output stream and, when recv_thread_init_ok is 0, the receive thread, which serves the
+ * handles registered by then. That thread has the scheduling policy, priority and processors of the
+ * thread that made this first call. `spare` is ignored.
  * Returns the common codes; -1 also with "Error: pthread_create".
  */
 VEXO_API int32_t vexo_output_start(uint32_t handle, uint32_t spare);
@@ -264,7 +279,8 @@ VEXO_API int32_t vexo_output_pause(uint32_t handle, uint32_t spare);
 /*
  * Copies the latest output package: u16 length of the whole package, 'U', recipe id, then the
  * values in recipe order, little-endian. A package whose length exceeds `size` is cut to size - 1
- * bytes. Before the first package has come nothing is copied. Never waits for the controller.
+ * bytes. Before the first package has come nothing is copied. Never waits for the controller; but a
+ * receive thread that the system has pre-empted in the midst of storing a package is waited for.
  *   spare   ignored
  *   buffer  where to; `size` bytes
  * Returns 0, 301 when the stream is not started, or -1. Thread: any.
@@ -285,25 +301,23 @@ VEXO_API int32_t vexo_input_data_send(uint32_t handle, uint32_t recipe_id, const
 /* ---- The receive thread --------------------------------------------------------------------- */
 
 /*
- * Starts the receive thread for the handles of `list` (a count, then the numbers), giving each of
- * them one token of its reply semaphore. vexo_output_start() calls this with VexoHandlelist.
- * Returns 0, also when the thread was started before, or -1 with "Error: pthread_create".
+ * Starts the receive thread for the handles of `list` (a count, then the numbers), and brings the
+ * reply semaphore of each of them to one token. vexo_output_start() calls this with VexoHandlelist.
+ * Returns 0, also when recv_thread_init_ok says that the thread was started before, or -1 with
+ * "Error: pthread_create".
  */
 VEXO_API int32_t vexo_thread_init(uint32_t* list);
 
-/*
- * Asks the receive thread to end, once it has finished its pass, and does not wait for it. The
- * thread is not started again in this process.
- * Always returns 0.
- */
+/* When recv_thread_init_ok is 1: asks the receive thread, and those of the application's own that
+ * run now, to end once they have finished their pass, and does not wait for them. Always returns 0.
+ * No thread is started again before the application sets recv_thread_init_ok to 0. */
 VEXO_API int32_t vexo_thread_destroy(void);
 
 /*
  * The body of the receive thread, with the list of handles as its argument: for a thread of the
  * application's own making in place of vexo_thread_init(). Runs until it is cancelled, which takes
- * effect between two passes, or vexo_thread_destroy() has been called (it returns
- * PTHREAD_CANCELED), or a handle of the list is gone ("vexo_thread--VexoHandle not found"; it
- * returns null).
+ * effect between two passes, or vexo_thread_destroy() is called (it returns PTHREAD_CANCELED),
+ * or a handle of the list is gone ("vexo_thread--VexoHandle not found"; it returns null).
  */
 VEXO_API void* receive_thread(void* list);
 

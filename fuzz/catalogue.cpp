@@ -1,4 +1,4 @@
-// The whole catalogue, page after page, and the name index that is made of it.
+// Without this a catalogue could overrun its lists, or a name lead to a row of another name.
 #include <cstring>
 #include <string>
 

@@ -1,4 +1,4 @@
-// Pages of the catalogue, against a plain reading of their bytes.
+// Without this a page of the catalogue could be read beyond its end, or out of step with its bytes.
 #include <cstring>
 
 #include "fuzz/input.h"

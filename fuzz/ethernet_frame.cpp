@@ -1,5 +1,6 @@
-// Frames of the fast path: as they come, with their checksum put right, so that what is behind the
-// check is reached, and as the payload of a frame of our own.
+// Without this a frame could be read or written outside its bytes. Each input is taken as it comes,
+// with its checksum put right, so that what is behind the check is reached, and as the payload of a
+// frame.
 #include <cstring>
 #include <vector>
 

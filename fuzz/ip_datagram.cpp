@@ -1,4 +1,4 @@
-// Datagrams of the fast path in IP mode.
+// Without this a datagram of the IP mode could be read outside its bytes, or be taken for ours.
 #include <cstring>
 
 #include "fuzz/input.h"

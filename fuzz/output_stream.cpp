@@ -1,5 +1,5 @@
-// The byte stream of a receive connection: whatever the cuts, the same packages come out of it, and
-// they are those that a plain reading of the whole stream finds.
+// Without this the cuts of a byte stream could change its packages, or a package put it out of
+// step. The packages are those that a plain reading of the whole stream finds.
 #include <algorithm>
 #include <cstring>
 #include <memory>

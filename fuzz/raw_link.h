@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 
 #include "fuzz/input.h"
-#include "net/raw_frame.h"
 #include "net/raw_instance.h"
+#include "wire/frame.h"
 
 namespace fuzz {
 
@@ -15,18 +15,18 @@ public:
     RawLink(uint32_t mode, uint8_t header_length) {
         int ends[2];
         check(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends) == 0, "a socket pair can be made");
-        number_ = vexo::claim_raw_instance();
-        vexo::RawInstance& record = instance();
-        record.fd = ends[0];
-        record.mode = mode;
-        record.version = vexo::kRawVersion;
-        record.marker = vexo::kRawMarker;
-        record.header_length = header_length;
+        number_ = vexo::raw_instances.request([&](vexo::RawInstance& record) {
+            record.fd = ends[0];
+            record.mode = mode;
+            record.version = vexo::kRawVersion;
+            record.header_length = header_length;
+            return true;
+        });
         peer_ = ends[1];
     }
 
     int number() const { return number_; }
-    vexo::RawInstance& instance() const { return *vexo::find_raw_instance(number_); }
+    vexo::RawInstance& instance() const { return *vexo::raw_instances.find(number_); }
 
     // Queues one message. False when the system does not take one of this size.
     bool send(Span message) const {

@@ -1,5 +1,5 @@
-// Frames of the fast path as the receive thread takes them in, as they come and with their checksum
-// put right.
+// Without this a frame could lead the receive thread to write outside its buffers, or be another
+// controller's. Frames are taken as they come and with their checksum put right.
 #include <sys/poll.h>
 
 #include <cstring>
@@ -24,12 +24,11 @@ constexpr uint8_t kUntouched = 0xA5;
 
 class Receiver {
 public:
-    Receiver() : link_(SOCKET_RAW_MODE_ETHERNET, vexo::ethernet::kHeaderLength) {
+    Receiver() : link_(SOCKET_RAW_MODE_ETHERNET, vexo::wire::kEthernetHeader) {
         vexo::Dataspace& d = dataspace();
         d.raw_socket = link_.number();
         d.link_mode = vexo::kLinkRaw;
         d.streaming = vexo::kStarted;
-        registration_ = vexo::find_registration(handle());
         pass();
     }
 
@@ -45,10 +44,9 @@ public:
     }
 
 private:
-    void pass() { stream_.serve(registration_, polled_); }
+    void pass() { stream_.serve(*vexo::find_live_state(handle()), polled_); }
 
     RawLink link_;
-    vexo::Registration registration_;
     vexo::ReceivedStream stream_{handle()};
     pollfd polled_{-1, POLLIN, 0};
 };

@@ -1,4 +1,4 @@
-// Every other reply, against a plain reading of its bytes.
+// Without this a reply could be read beyond its end, or out of step with its bytes.
 #include "fuzz/input.h"
 #include "wire/controller_version.h"
 #include "wire/method_call.h"

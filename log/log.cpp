@@ -55,7 +55,7 @@ const char* calendar_text(time_t second) {
     return text;
 }
 
-// A line under construction; what has no room is left out.
+// A line under construction; what has no room is left out, be it the line feed.
 class Line {
 public:
     Line& text(const char* characters) {
@@ -123,7 +123,7 @@ void log_init(void) {
     if (log_init_ok == 1) {
         return;
     }
-    log_init_ok = 1;
+    log_init_ok = 1;  // stays so without a writer: nothing tells, and the lines are dropped
     log_queue.restart();
     log_thread_runs = start_thread(log_thread, log_writer_thread, nullptr);
 }

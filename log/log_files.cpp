@@ -16,6 +16,7 @@ namespace {
 
 constexpr size_t kNameSize = 128;
 
+// Every dot becomes '_', that of the ending too: tools in the field look for "vexo_10_0_0_5_log".
 int open_truncated(const char* key) {
     char name[kNameSize];
     std::snprintf(name, sizeof name, "vexo_%s.log", key);

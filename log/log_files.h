@@ -19,7 +19,7 @@ public:
     void close_all();
 
 private:
-    static constexpr int kRows = 10;
+    static constexpr int kRows = 10;  // one less than ten handles and the general log ask for
     static constexpr int kLinesPerFile = 500000;
 
     struct Row {

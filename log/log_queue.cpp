@@ -27,14 +27,14 @@ void prefetch(const LogEntry& entry) {
 }  // namespace
 
 void LogQueue::restart() {
-    const MutexLock lock(mutex_);
+    const BriefLock lock(mutex_);
     head_ = 0;
     tail_ = 0;
     stop_ = false;
 }
 
 void LogQueue::put(const char* line, size_t length, const char* key) {
-    const MutexLock lock(mutex_);
+    const BriefLock lock(mutex_);
     const int tail = tail_.load(std::memory_order_relaxed);
     const int next = after(tail);
     if (next == head_.load(std::memory_order_acquire)) {
@@ -61,7 +61,7 @@ bool LogQueue::take(LogEntry& entry) {
 }
 
 bool LogQueue::wait_for_line(int head) {
-    const MutexLock lock(mutex_);
+    const BriefLock lock(mutex_);
     while (head == tail_ && !stop_) {
         pthread_cond_wait(&changed_, &mutex_);
     }
@@ -69,7 +69,7 @@ bool LogQueue::wait_for_line(int head) {
 }
 
 void LogQueue::request_stop() {
-    const MutexLock lock(mutex_);
+    const BriefLock lock(mutex_);
     stop_ = true;
     pthread_cond_broadcast(&changed_);
 }

@@ -9,20 +9,23 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/error_text.h"
 #include "base/owned_descriptor.h"
+#include "base/racing_copy.h"
 #include "log/report.h"
+#include "net/error_description.h"
 #include "net/wait.h"
 
 namespace vexo {
 
 namespace {
 
+char err_desc[sizeof(ErrorText::text)];  // the description that was made last, by any thread
+
 constexpr int kSynRetries = 2;
 constexpr suseconds_t kSendWaitMicroseconds = 5000;
 
 void report_error(const char* function, const char* what) {
-    report({0, function}, "%s - %s", what, ErrorText(errno).text);
+    report({0, function}, "%s - %s", what, describe_error(errno).text);
 }
 
 // Waits until `fd` has the event; a null limit is none.
@@ -39,7 +42,8 @@ bool connect_to(int fd, const char* address, int port) {
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<uint16_t>(port));
     if (inet_pton(AF_INET, address, &peer.sin_addr) < 1) {
-        report({0, "socket_connect"}, "Invalid address %s - %s", address, ErrorText(errno).text);
+        report({0, "socket_connect"}, "Invalid address %s - %s", address,
+               describe_error(errno).text);
         return false;
     }
     if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) < 0) {
@@ -51,14 +55,18 @@ bool connect_to(int fd, const char* address, int port) {
 
 }  // namespace
 
+ErrorText describe_error(int error_number) {
+    const ErrorText description(error_number);
+    racing_copy(err_desc, description.text, std::strlen(description.text) + 1);
+    return description;
+}
+
 }  // namespace vexo
 
 using namespace vexo;
 
 const char* socket_get_error_desc(int error_number) {
-    static char err_desc[sizeof(ErrorText::text)];
-    const ErrorText description(error_number == -1 ? errno : error_number);
-    std::strcpy(err_desc, description.text);
+    describe_error(error_number == -1 ? errno : error_number);
     return err_desc;
 }
 
@@ -69,7 +77,7 @@ int socket_connect(const char* address, int port) {
     OwnedDescriptor made(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
     if (!made) {
         report({0, "socket_connect"}, "Socket creation failed for %s:%d - %s", address, port,
-               ErrorText(errno).text);
+               describe_error(errno).text);
         return -1;
     }
     return connect_to(made.get(), address, port) ? made.release() : -1;

@@ -20,8 +20,8 @@ VEXO_C_BEGIN
 
 /*
  * The text for an error number, "<system's text> (errno: <number>)"; -1 stands for the current
- * errno. Returns one buffer of the process (512 bytes), which the next call overwrites: use the
- * text at once, and not from several threads.
+ * errno. Returns one buffer of the process (512 bytes), which the next call overwrites, and every
+ * failure that the library describes: use the text at once, and not from several threads.
  */
 VEXO_API const char* socket_get_error_desc(int error_number);
 

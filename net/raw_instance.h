@@ -9,9 +9,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/slot_table.h"
+#include "wire/protocol.h"
+
 namespace vexo {
 
-using MacBytes = std::array<uint8_t, 6>;
+using wire::MacBytes;
 
 // A hardware address in one word, so that a setter never shows half of it to a sending thread.
 class MacAddress {
@@ -36,7 +39,6 @@ struct RawInstance {
     int32_t fd;
     uint32_t mode;  // SOCKET_RAW_MODE_*
     uint16_t version;
-    uint8_t marker;         // first byte of every message
     uint8_t header_length;  // bytes before the payload of a message sent
     uint16_t sequence;      // of the next message; only the sending thread touches it
     // Where IP mode sends to, in network order; 0 while unknown. Learned by the receiving thread.
@@ -46,18 +48,13 @@ struct RawInstance {
     MacAddress destination;
 };
 
-inline constexpr int kRawInstanceCount = 8;
 inline constexpr uint16_t kRawVersion = 1;
 
-extern uint8_t sockrawuse[kRawInstanceCount];  // 1: in use
-extern RawInstance sockrawinst[kRawInstanceCount];
-extern std::atomic<uint32_t> sockrawsenderrcnt;  // frames that were not sent whole
+inline InUseFlag sockrawuse[8];
+inline RawInstance sockrawinst[8];
+inline constinit const SlotTable raw_instances(sockrawuse, sockrawinst);
 
-// Takes the lowest free row. Returns its number, or -1 when all are in use.
-int claim_raw_instance();
-
-// The record of an instance in use; null for a bad number.
-RawInstance* find_raw_instance(int instance);
+inline std::atomic<uint32_t> sockrawsenderrcnt;  // frames that were not sent whole
 
 }  // namespace vexo
 

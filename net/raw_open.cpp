@@ -11,8 +11,8 @@
 #include <cstring>
 
 #include "base/owned_descriptor.h"
-#include "net/raw_frame.h"
 #include "net/raw_socket.h"
+#include "wire/frame.h"
 
 namespace vexo {
 namespace {
@@ -37,16 +37,6 @@ void forbid_routing(int socket) {
     setsockopt(socket, SOL_SOCKET, SO_DONTROUTE, &on, sizeof on);
 }
 
-// Room for what all stations of a link send while the receiving thread is kept from running for
-// some tenths of a second. The system's limit holds for those who lack the privilege to go beyond
-// it.
-void enlarge_queue(int socket) {
-    constexpr int kBytes = 4 << 20;
-    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &kBytes, sizeof kBytes) == -1) {
-        setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &kBytes, sizeof kBytes);
-    }
-}
-
 // 0 when there is no such interface.
 int index_of(int socket, const char* interface_name) {
     ifreq request = request_about(interface_name);
@@ -64,7 +54,7 @@ void raise_group_flags(int socket, const char* interface_name) {
 int bind_to_interface(int socket, int index) {
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ethernet::kOurType);
+    address.sll_protocol = htons(wire::kEtherType);
     address.sll_ifindex = index;
     return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
@@ -82,7 +72,7 @@ int socket_raw_icmp_create(uint16_t protocol) {
 }
 
 int socket_raw2_icmp_create(const char* interface_name, uint32_t* interface_index) {
-    OwnedDescriptor made(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ethernet::kOurType)));
+    OwnedDescriptor made(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(wire::kEtherType)));
     const int fd = made.release();  // stays open whatever follows
     if (fd == -1) {
         return -1;
@@ -90,7 +80,6 @@ int socket_raw2_icmp_create(const char* interface_name, uint32_t* interface_inde
     set_shortest_timeout(fd, SO_SNDTIMEO);
     set_shortest_timeout(fd, SO_RCVTIMEO);
     forbid_routing(fd);
-    enlarge_queue(fd);
     const int index = index_of(fd, interface_name);
     raise_group_flags(fd, interface_name);
     if (bind_to_interface(fd, index) == -1) {

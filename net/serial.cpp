@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
+#include "base/slot_table.h"
 #include "net/out.h"
 #include "net/serial_line.h"
 #include "net/wait.h"
@@ -15,11 +15,11 @@ namespace {
 enum class Kind : uint8_t { mailbox = 0, device = 1 };
 enum class Transmit : uint8_t { idle = 0, waiting = 1, taken = 2 };
 
-constexpr int kFreeRow = -1;
+constexpr int kNoDescriptor = -1;
 constexpr uint8_t kReceiving = 3;
 
 struct Channel {
-    int32_t fd;  // kFreeRow, a device's descriptor, or the own number of a mailbox
+    int32_t fd;  // kNoDescriptor, a device's descriptor, or the own number of a mailbox
     Kind kind;
 
     // Only mailboxes use what follows.
@@ -33,22 +33,15 @@ struct Channel {
 };
 
 bool ttyInstsinit;
+vexo::InUseFlag ttyInstsuse[5];
 Channel ttyInsts[5];
+// Calls on a channel look at its number alone, not at whether it is taken.
+constinit const vexo::SlotTable channels(ttyInstsuse, ttyInsts);
 
-Channel* find_channel(int number) {
-    const bool exists = number >= 0 && number < static_cast<int>(std::size(ttyInsts));
-    return exists ? &ttyInsts[number] : nullptr;
-}
-
-// The first row that is free; the end of the table when none is.
-Channel* lowest_free_channel() {
-    return std::ranges::find(ttyInsts, kFreeRow, &Channel::fd);
-}
-
-void free_all_channels_once() {
+void clear_all_channels_once() {
     if (!ttyInstsinit) {
         for (Channel& channel : ttyInsts) {
-            channel.fd = kFreeRow;
+            channel.fd = kNoDescriptor;
         }
         ttyInstsinit = true;
     }
@@ -59,13 +52,13 @@ void tty_start_receive(Channel& channel) {
     channel.receive_state = kReceiving;
 }
 
-void make_mailbox(Channel& channel, int number) {
+void make_mailbox(Channel& channel) {
     tty_start_receive(channel);
     channel.kind = Kind::mailbox;
     channel.receive_count = 0;
     channel.transmit_count = 0;
     channel.transmit_state = Transmit::idle;
-    channel.fd = number;
+    channel.fd = static_cast<int32_t>(&channel - ttyInsts);
 }
 
 long put_block(Channel& mailbox, const void* data, unsigned int length) {
@@ -73,7 +66,7 @@ long put_block(Channel& mailbox, const void* data, unsigned int length) {
         std::memcpy(mailbox.transmit_buffer, data, length);
     }
     mailbox.transmit_count = static_cast<uint16_t>(length);
-    mailbox.receive_ready = false;
+    mailbox.receive_ready = false;  // what was received stays counted, but is withdrawn: documented
     mailbox.transmit_state = Transmit::waiting;
     return length;
 }
@@ -103,34 +96,28 @@ int drop_received(Channel& mailbox) {
 
 int tty_connect(const char* device, unsigned int baud, unsigned int data_bits, int stop_bits,
                 int parity, int* channel, termios* saved) {
-    vexo::store(channel, -1);
-    free_all_channels_once();
-    Channel* const chosen = lowest_free_channel();
-    if (chosen == std::end(ttyInsts)) {
-        return -1;
-    }
-    const int number = static_cast<int>(chosen - ttyInsts);
-    if (device == nullptr || *device == '\0') {
-        make_mailbox(*chosen, number);
-    } else {
-        chosen->kind = Kind::device;
-        if (vexo::tty_local_connect(device, baud, static_cast<uint8_t>(data_bits),
-                                    static_cast<uint8_t>(stop_bits), static_cast<int8_t>(parity),
-                                    &chosen->fd, saved) != 0) {
-            return -1;
+    clear_all_channels_once();
+    const int32_t number = channels.request([&](Channel& chosen) {
+        if (device == nullptr || *device == '\0') {
+            make_mailbox(chosen);
+            return true;
         }
-    }
+        chosen.kind = Kind::device;
+        return vexo::tty_local_connect(device, baud, static_cast<uint8_t>(data_bits),
+                                       static_cast<uint8_t>(stop_bits), static_cast<int8_t>(parity),
+                                       &chosen.fd, saved) == 0;
+    });
     vexo::store(channel, number);
-    return 0;
+    return number < 0 ? -1 : 0;
 }
 
 int tty_getinstfd(int channel) {
-    const Channel* found = find_channel(channel);
+    const Channel* const found = channels.at(channel);
     return found == nullptr ? -1 : found->fd;
 }
 
 long tty_send(int channel, const void* data, unsigned int length) {
-    Channel* found = find_channel(channel);
+    Channel* const found = channels.at(channel);
     if (found == nullptr || length > TTY_BLOCK_SIZE) {
         return 0;
     }
@@ -141,7 +128,7 @@ long tty_send(int channel, const void* data, unsigned int length) {
 }
 
 long tty_recv(int channel, void* buffer, int capacity) {
-    Channel* found = find_channel(channel);
+    Channel* const found = channels.at(channel);
     if (found == nullptr) {
         return 0;
     }
@@ -151,7 +138,7 @@ long tty_recv(int channel, void* buffer, int capacity) {
 }
 
 int tty_select(int channel, timeval* limit) {
-    const Channel* found = find_channel(channel);
+    const Channel* const found = channels.at(channel);
     if (found == nullptr) {
         return 0;
     }
@@ -160,7 +147,7 @@ int tty_select(int channel, timeval* limit) {
 }
 
 int tty_flush(int channel) {
-    Channel* found = find_channel(channel);
+    Channel* const found = channels.at(channel);
     if (found == nullptr) {
         return 0;
     }
@@ -168,7 +155,7 @@ int tty_flush(int channel) {
 }
 
 int tty_pop_data(int channel, const uint8_t* data, unsigned int length, int flags, int) {
-    Channel* found = find_channel(channel);
+    Channel* const found = channels.at(channel);
     if (found == nullptr || found->kind == Kind::device || (data == nullptr && length > 0)) {
         return 0;
     }
@@ -185,14 +172,16 @@ int tty_pop_data(int channel, const uint8_t* data, unsigned int length, int flag
 }
 
 int tty_push_data(int* channel, uint8_t* data, uint32_t* length) {
-    Channel* const first_free = lowest_free_channel();
-    Channel* const sender = std::find_if(ttyInsts, first_free, [](const Channel& candidate) {
-        return candidate.transmit_state == Transmit::waiting;
-    });
-    if (sender == first_free) {
+    int32_t number = 0;
+    while (channels.find(number) != nullptr &&
+           channels[number].transmit_state != Transmit::waiting) {
+        ++number;
+    }
+    Channel* const sender = channels.find(number);
+    if (sender == nullptr) {
         return -1;
     }
-    vexo::store(channel, static_cast<int>(sender - ttyInsts));
+    vexo::store(channel, number);
     vexo::store(length, sender->transmit_count);
     if (data != nullptr) {
         std::memcpy(data, sender->transmit_buffer, sender->transmit_count);

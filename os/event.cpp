@@ -14,8 +14,8 @@ int32_t pthread_event_wait(int32_t index, uint32_t mask, uint32_t* out, uint32_t
     return events.on_row(index, kRefuseFreeRow, [&](WaitableWord& flags) {
         const vexo::Deadline deadline =
             vexo::monotonic_deadline(timeout_us * vexo::kNanosecondsPerMicrosecond);
-        const vexo::MutexLock lock(flags.mutex);
-        const int result = flags.wait_for_any(mask, deadline, lock.hold());
+        const vexo::BriefLock lock(flags.mutex);
+        const int result = flags.wait_for_any(mask, deadline);
         *out = flags.value & mask;
         return result;
     });

@@ -104,14 +104,13 @@ Queue* create(uint16_t max, bool sorted, int8_t ascending, queue_compare compare
 
 // Locking
 
-// The result of `act` under the queue's mutex, with cancellation held off, also in the functions
-// that a caller passes in.
+// The result of `act` under the queue's mutex. What calls functions of the application's holds
+// cancellation off meanwhile: these may have cancellation points.
 template <typename Act>
 int8_t locked(Queue* queue, Act act) {
     if (queue == nullptr) {
         return no_queue;
     }
-    const CancellationHold hold;
     if (pthread_mutex_lock(queue->mutex) != 0) {
         return lock_failed;
     }
@@ -123,12 +122,11 @@ void leave(void* waiting) {
     --*static_cast<std::atomic<uint32_t>*>(waiting);
 }
 
-int wait_in(Queue& queue, pthread_cond_t& condition, const vexo::Deadline& deadline,
-            const CancellationHold& hold) {
+int wait_in(Queue& queue, pthread_cond_t& condition, const vexo::Deadline& deadline) {
     int result = 0;
     ++queue.waiting;
     pthread_cleanup_push(leave, &queue.waiting);
-    result = vexo::wait(condition, *queue.mutex, deadline, hold);
+    result = vexo::wait(condition, *queue.mutex, deadline);
     pthread_cleanup_pop(1);
     return result;
 }
@@ -148,6 +146,7 @@ bool is_full(const Queue& queue) {
 // The link that a new element goes into. It stands before the elements that compare equal, so that
 // those come out newest first.
 QueueNode** link_for(Queue& queue, void* element) {
+    const CancellationHold hold;
     const auto order = [&queue](void* a, void* b) {
         const int64_t ascending = queue.compare(a, b);
         return queue.ascending != 0 ? ascending : -ascending;
@@ -194,9 +193,9 @@ int8_t put(Queue& queue, void* element) {
     return ok;
 }
 
-int8_t put_wait(Queue& queue, void* element, const CancellationHold& hold) {
+int8_t put_wait(Queue& queue, void* element) {
     while (is_full(queue) && queue.new_data != 0) {
-        wait_in(queue, *queue.cond_put, {}, hold);
+        wait_in(queue, *queue.cond_put, {});
     }
     return put(queue, element);
 }
@@ -230,10 +229,9 @@ int8_t take_first(Queue& queue, void** element) {
     return take(queue, element, nullptr, nullptr);
 }
 
-int8_t take_first_wait(Queue& queue, void** element, const vexo::Deadline& deadline,
-                       const CancellationHold& hold) {
+int8_t take_first_wait(Queue& queue, void** element, const vexo::Deadline& deadline) {
     if (queue.count == 0) {
-        if (wait_in(queue, *queue.cond_get, deadline, hold) != 0) {
+        if (wait_in(queue, *queue.cond_get, deadline) != 0) {
             return wait_failed;
         }
         if (queue.count == 0 && queue.new_data == 0) {
@@ -262,6 +260,7 @@ queue_release or_free(queue_release release) {
 }
 
 int8_t flush(Queue& queue, queue_release release) {
+    const CancellationHold hold;
     QueueNode* node = queue.first;
     queue.first = nullptr;
     queue.last = nullptr;
@@ -342,8 +341,7 @@ int8_t queue_put(Queue* queue, void* element) {
 }
 
 int8_t queue_put_wait(Queue* queue, void* element) {
-    const CancellationHold hold;
-    return locked(queue, [&](Queue& q) { return put_wait(q, element, hold); });
+    return locked(queue, [=](Queue& q) { return put_wait(q, element); });
 }
 
 int8_t queue_get(Queue* queue, void** element) {
@@ -353,21 +351,20 @@ int8_t queue_get(Queue* queue, void** element) {
 }
 
 int8_t queue_get_wait(Queue* queue, void** element) {
-    const CancellationHold hold;
-    return get(queue, element, [&](Queue& q) { return take_first_wait(q, element, {}, hold); });
+    return get(queue, element, [=](Queue& q) { return take_first_wait(q, element, {}); });
 }
 
 int8_t queue_get_timewait(Queue* queue, void** element, uint32_t timeout_us) {
-    const CancellationHold hold;
-    return get(timeout_us == 0 ? nullptr : queue, element, [&](Queue& q) {
+    return get(timeout_us == 0 ? nullptr : queue, element, [=](Queue& q) {
         // The condition runs on the wall clock. The pairing is the contract: it makes the wait fail
         // at once.
         const uint64_t span_ns = timeout_us * vexo::kNanosecondsPerMicrosecond;
-        return take_first_wait(q, element, vexo::monotonic_deadline(span_ns), hold);
+        return take_first_wait(q, element, vexo::monotonic_deadline(span_ns));
     });
 }
 
 int8_t queue_get_filtered(Queue* queue, void** element, queue_filter filter, void* arg) {
+    const CancellationHold hold;
     return get(queue, element, [=](Queue& q) {
         return q.count == 0 ? int8_t{full_or_empty} : take(q, element, filter, arg);
     });

@@ -14,8 +14,8 @@ int32_t pthread_sem_wait(int32_t index, uint32_t timeout_ms, uint8_t take_all) {
     return semaphores.on_row(index, kRefuseFreeRow, [&](WaitableWord& count) {
         const vexo::Deadline deadline =
             vexo::monotonic_deadline(timeout_ms * vexo::kNanosecondsPerMillisecond);
-        const vexo::MutexLock lock(count.mutex);
-        const int result = count.wait_for_any(UINT32_MAX, deadline, lock.hold());
+        const vexo::BriefLock lock(count.mutex);
+        const int result = count.wait_for_any(UINT32_MAX, deadline);
         if (result == 0) {
             count.value = take_all != 0 ? 0 : count.value - 1;
         }

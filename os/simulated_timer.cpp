@@ -13,6 +13,7 @@ namespace {
 constexpr uint32_t kTickNs = 500'000;
 constexpr ThreadPlan kSimulationPlan = {16384, SCHED_FIFO, 51};
 constexpr int32_t kNoSlot = -1;
+constexpr uint64_t kLongestWaitNs = 500'000'000;
 
 pthread_t timersimuthread;
 std::atomic<uint32_t> timersimuthreadid;  // 0 until the thread runs
@@ -41,7 +42,6 @@ void tick_all() {
             tick(slot);
         }
         busy_slot = kNoSlot;
-        busy_slot.notify_all();
     }
 }
 
@@ -63,6 +63,16 @@ void* simulate(void*) {
         }
         tick_all();
         tick_time = next_tick(tick_time);
+    }
+}
+
+// Waits for a running callback of the slot, but not for ever: the caller may hold what it waits
+// for.
+void wait_for_callback(int32_t slot) {
+    constexpr timespec kPause = {0, kTickNs};
+    const timespec deadline = plus(monotonic_now(), kLongestWaitNs);
+    while (busy_slot == slot && !later(monotonic_now(), deadline)) {
+        clock_nanosleep(CLOCK_MONOTONIC, 0, &kPause, nullptr);
     }
 }
 
@@ -98,7 +108,7 @@ int32_t free_simulated_timer(int32_t slot) {
     return simulated_timers.on_row(slot, kRefuseFreeRow, [slot](SimulatedTimer&) {
         simulated_timers.release(slot);
         if (timersimuthreadid != kernel_thread_id()) {
-            busy_slot.wait(slot);
+            wait_for_callback(slot);
         }
         return 0;
     });

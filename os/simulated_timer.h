@@ -14,7 +14,7 @@ bool start_simulation();
 bool request_simulated_timer(uint32_t period_us, TimerCallback callback, void* arg, uint32_t& slot);
 
 // Gives a slot back and, unless called from a callback, waits until the slot's callback is not
-// running. Returns 0, or -1 for a bad or free slot.
+// running, half a second at most. Returns 0, or -1 for a bad or free slot.
 int32_t free_simulated_timer(int32_t slot);
 
 }  // namespace vexo

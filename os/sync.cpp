@@ -32,14 +32,11 @@ bool make_monotonic_condition(pthread_cond_t& condition) {
     return made;
 }
 
-int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline,
-         const CancellationHold& hold) {
+int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline) {
     int result = 0;
     pthread_cleanup_push(unlock, &mutex);
-    pthread_setcancelstate(hold.before(), nullptr);
     result = deadline ? pthread_cond_timedwait(&condition, &mutex, &*deadline)
                       : pthread_cond_wait(&condition, &mutex);
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     pthread_cleanup_pop(0);
     return result;
 }

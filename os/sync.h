@@ -16,11 +16,9 @@ bool make_mutex(pthread_mutex_t& mutex);
 // Makes a condition variable whose deadlines are on the monotonic clock. Returns whether it could.
 bool make_monotonic_condition(pthread_cond_t& condition);
 
-// One wait, with the mutex locked and cancellation held off by `hold`. Returns 0 when woken,
-// otherwise the error number, ETIMEDOUT after the deadline. The thread can be cancelled while it
-// waits, as far as it could outside the hold; that unlocks the mutex.
-int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline,
-         const CancellationHold& hold);
+// One wait, with the mutex locked. Returns 0 when woken, otherwise the error number, ETIMEDOUT
+// after the deadline. A thread that is cancelled while it waits unlocks the mutex.
+int wait(pthread_cond_t& condition, pthread_mutex_t& mutex, const Deadline& deadline);
 
 }  // namespace vexo
 

@@ -11,8 +11,6 @@
 
 namespace vexo {
 
-using InUseFlag = std::atomic<uint8_t>;
-
 inline InUseFlag mutexqueneuse[40];
 inline pthread_mutex_t mutexquene[40];
 inline constinit const SlotTable mutexes(mutexqueneuse, mutexquene);

@@ -46,15 +46,6 @@ int set_scheduler(pid_t thread, int policy, const sched_param& parameter) {
 
 }  // namespace
 
-void pthread_drv_init(void) {
-    vexo::mutexes.release_all();
-    vexo::message_queues.release_all();
-    vexo::semaphores.release_all();
-    vexo::events.release_all();
-    vexo::simulated_timers.release_all();
-    vexo::timers.release_all();
-}
-
 int32_t pthread_create_task(void* (*entry)(void* arg), void* arg, uint32_t stack_size) {
     const uint32_t stack = std::max<uint32_t>(stack_size, PTHREAD_TASK_STACK_MIN);
     pthread_t thread{};

@@ -59,9 +59,11 @@ VEXO_API int32_t pthread_start_timer(int32_t index);
 VEXO_API int32_t pthread_stop_timer(int32_t index);
 
 /* Stops the timer and gives its row back. Waits for a callback that is running, and for the end of
-   an own thread, within 0.5 s; no callback runs after the return (a SIGALRM under way may still run
-   `handler`). A callback may free its own timer: then nothing is waited for, and that call is the
-   last. Returns 0, or -1 for a row outside the table or not in use. */
+   an own thread, which ends within 0.5 s of it; no callback begins after the return (a SIGALRM
+   under way may still run `handler`). A simulated timer's callback is waited for half a second at
+   most, since the caller may hold a mutex that it takes: it may then still run. A callback may free
+   its own timer: then nothing is waited for, and that call is the last. Returns 0, or -1 for a row
+   outside the table or not in use. */
 VEXO_API int32_t pthread_free_timer(int32_t index);
 
 VEXO_C_END

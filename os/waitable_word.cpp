@@ -19,11 +19,10 @@ void WaitableWord::destroy() {
     pthread_mutex_destroy(&mutex);
 }
 
-int WaitableWord::wait_for_any(uint32_t mask, const Deadline& deadline,
-                               const CancellationHold& hold) {
+int WaitableWord::wait_for_any(uint32_t mask, const Deadline& deadline) {
     int result = 0;
     while (result == 0 && (value & mask) == 0) {
-        result = wait(changed, mutex, deadline, hold);
+        result = wait(changed, mutex, deadline);
     }
     return result;
 }

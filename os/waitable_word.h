@@ -19,13 +19,13 @@ struct WaitableWord {
 
     // Waits, as wait() does, until a bit of `mask` is set. Returns the result of the last wait: 0,
     // or the error number that ended it.
-    int wait_for_any(uint32_t mask, const Deadline& deadline, const CancellationHold& hold);
+    int wait_for_any(uint32_t mask, const Deadline& deadline);
 
     // Changes the value with `update` and wakes one waiter. Nothing is touched after unlocking: the
     // thread that the change lets pass may destroy the word at once.
     template <typename Update>
     void change(Update update) {
-        const MutexLock lock(mutex);
+        const BriefLock lock(mutex);
         update(value);
         pthread_cond_signal(&changed);
     }

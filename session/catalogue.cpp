@@ -96,12 +96,12 @@ std::vector<const Entry*> Catalogue::nearest(uint32_t kinds, std::string_view na
 }
 
 VexoSessionError Catalogue::unknown(uint32_t kinds, std::string_view name) const {
-    constexpr size_t shown = 3;
+    constexpr size_t kShown = 3;
     VexoSessionError error =
         failure(VEXO_SESSION_UNKNOWN_NAME, "\"%.*s\" is not in the catalogue",
                 static_cast<int>(std::min<size_t>(name.size(), 200)), name.data());
     std::string text;
-    for (const Entry* entry : nearest(kinds, name, shown)) {
+    for (const Entry* entry : nearest(kinds, name, kShown)) {
         text += (text.empty() ? "" : ", ") + entry->name;
     }
     if (!text.empty()) {

@@ -72,7 +72,7 @@ size_t LowerEnvelope::hull(std::array<Point, kWindows>& corners) const {
 // Of all lines below the points, that with the least distance to them together: the edge of the
 // hull over their middle. Until there are a few, one without a slope.
 void LowerEnvelope::fit() {
-    constexpr size_t enough = 5;
+    constexpr size_t kEnough = 5;
     double sum = 0;
     for (size_t i = 0; i < used_; ++i) {
         sum += points_[i].told;
@@ -84,7 +84,7 @@ void LowerEnvelope::fit() {
     while (right + 1 < count && corners[right].told < middle_) {
         ++right;
     }
-    if (used_ >= enough && count >= 2) {
+    if (used_ >= kEnough && count >= 2) {
         const Point& a = corners[right - 1];
         const Point& b = corners[right];
         slope_ = (b.delta - a.delta) / (b.told - a.told);

@@ -38,15 +38,15 @@ static_assert(bucket_of(limit_of(7) - 1) == 7 && bucket_of(limit_of(7)) == 8);
 }  // namespace
 
 void Histogram::add(Nanoseconds span) {
-    constexpr auto relaxed = std::memory_order_relaxed;
+    constexpr auto kRelaxed = std::memory_order_relaxed;
     const auto value = static_cast<uint64_t>(std::max<Nanoseconds>(span, 0));
-    buckets_[bucket_of(value)].fetch_add(1, relaxed);
-    sum_.fetch_add(value, relaxed);
-    uint64_t seen = most_.load(relaxed);
-    while (value > seen && !most_.compare_exchange_weak(seen, value, relaxed)) {
+    buckets_[bucket_of(value)].fetch_add(1, kRelaxed);
+    sum_.fetch_add(value, kRelaxed);
+    uint64_t seen = most_.load(kRelaxed);
+    while (value > seen && !most_.compare_exchange_weak(seen, value, kRelaxed)) {
     }
-    seen = least_.load(relaxed);
-    while (value < seen && !least_.compare_exchange_weak(seen, value, relaxed)) {
+    seen = least_.load(kRelaxed);
+    while (value < seen && !least_.compare_exchange_weak(seen, value, kRelaxed)) {
     }
 }
 

@@ -96,7 +96,7 @@ int32_t Inputs::set(const char* name, const T* values, uint32_t count) {
     std::array<uint8_t, 256> bytes;
     const uint32_t width = variable->bytes / variable->elements;
     for (uint32_t i = 0; i < count; ++i) {
-        if (!put(*variable, bytes.data() + i * width, values[i])) {
+        if (!put(*variable, bytes.data() + size_t{i} * width, values[i])) {
             return wrong(*variable, "set to this value");
         }
     }

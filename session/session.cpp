@@ -97,10 +97,10 @@ extern "C" const char* vexo_session_version() {
 }
 
 extern "C" const char* vexo_session_state_name(uint32_t state) {
-    constexpr const char* names[] = {"closed",      "waiting",           "connecting",
-                                     "negotiating", "reading catalogue", "setting up",
-                                     "ready",       "streaming"};
-    return state <= VEXO_SESSION_STATE_STREAMING ? names[state] : "unknown";
+    constexpr const char* kNames[] = {"closed",      "waiting",           "connecting",
+                                      "negotiating", "reading catalogue", "setting up",
+                                      "ready",       "streaming"};
+    return state <= VEXO_SESSION_STATE_STREAMING ? kNames[state] : "unknown";
 }
 
 extern "C" int32_t vexo_session_open(const char* address, const VexoSessionOptions* options,

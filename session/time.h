@@ -40,8 +40,8 @@ inline Nanoseconds realtime_ns() {
 
 // When a call that may take so many microseconds has to end; a thousand years are as good as never.
 inline Nanoseconds deadline_after(int64_t limit_us) {
-    constexpr int64_t longest = kNever / 2 / kMicrosecond;
-    return monotonic_ns() + std::clamp<int64_t>(limit_us, 0, longest) * kMicrosecond;
+    constexpr int64_t kLongest = kNever / 2 / kMicrosecond;
+    return monotonic_ns() + std::clamp<int64_t>(limit_us, 0, kLongest) * kMicrosecond;
 }
 
 }  // namespace vexo::session

@@ -154,7 +154,7 @@ int32_t read_elements(const VexoSessionVariable& field, const void* record, T* v
     const uint32_t count = std::min(capacity, field.elements);
     const uint8_t* element = first_element(field, record);
     for (uint32_t i = 0; i < count; ++i) {
-        values[i] = read(field, element + i * element_width(field));
+        values[i] = read(field, element + size_t{i} * element_width(field));
     }
     return static_cast<int32_t>(count);
 }
@@ -196,8 +196,8 @@ extern "C" int32_t vexo_session_get_text(const VexoSessionVariable* field, const
 }
 
 extern "C" const char* vexo_session_type_name(uint32_t type) {
-    constexpr const char* names[] = {"char",  "bool",  "u8",    "u16",   "u32",  "u64",   "i8",
-                                     "i16",   "i32",   "i64",   "f32",   "f64",  "f64x3", "f64x6",
-                                     "f32x3", "i32x6", "u32x6", "f32x6", "text", "array"};
-    return type <= VEXO_TYPE_ARRAY ? names[type] : "unknown";
+    constexpr const char* kNames[] = {"char",  "bool",  "u8",    "u16",   "u32",  "u64",   "i8",
+                                      "i16",   "i32",   "i64",   "f32",   "f64",  "f64x3", "f64x6",
+                                      "f32x3", "i32x6", "u32x6", "f32x6", "text", "array"};
+    return type <= VEXO_TYPE_ARRAY ? kNames[type] : "unknown";
 }

@@ -12,6 +12,8 @@ namespace {
 template <typename T>
 constexpr Type type_of = T::has_no_type_code;
 template <>
+constexpr Type type_of<char> = Type::character;
+template <>
 constexpr Type type_of<bool> = Type::boolean;
 template <>
 constexpr Type type_of<uint8_t> = Type::u8;
@@ -258,6 +260,7 @@ void add_analogue_and_supply(Collector& c) {
     c.add("controller_temperature", [](const Arm&) -> int8_t { return 38; });
     c.add("controller_fan_speed", [](const Arm&) -> uint16_t { return 2150; });
     c.add("controller_load", [](const Arm& a) -> uint8_t { return a.moving() ? 31 : 17; });
+    c.add("controller_series", [](const Arm&) { return 'C'; });
 }
 
 std::vector<Signal> collect() {

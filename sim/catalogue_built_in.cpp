@@ -53,6 +53,11 @@ std::vector<Variable> inputs() {
     all.add("application_step", Type::i8);
     all.add("application_time_us", Type::i64);
     all.add("application_text", Type::text);
+    all.add("application_mark", Type::character);
+    all.add("tool_acceleration_limit", Type::vector3_f32);
+    all.add("joint_encoder_offsets", Type::vector6_i32);
+    all.add("joint_parameter_words", Type::vector6_u32);
+    all.add("joint_stiffness", Type::vector6_f32);
     return std::move(all.list);
 }
 

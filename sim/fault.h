@@ -93,9 +93,10 @@ struct Fault {
     bool befalls_controller() const;
 };
 
-// A fault written as comma-separated items, for example "type=O,status=5,times=2" or
-// "package,lost,every=10" or "reboot=500,at=2000". Throws std::invalid_argument with a text that
-// names the item. What befalls the controller does so at its time, unless the text names messages.
+// A fault written as items with commas or blanks between them, for example
+// "type=O,status=5,times=2" or "package,lost,every=10" or "reboot 500 at 2000". Throws
+// std::invalid_argument with a text that names the item. What befalls the controller does so at its
+// time, unless the text names messages.
 Fault parse_fault(const std::string& text);
 
 // All items and their meaning, as a table in Markdown.

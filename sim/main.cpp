@@ -1,13 +1,16 @@
 // vexo-sim: simulated controllers for trying out applications without a robot.
 #include <arpa/inet.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/signalfd.h>
 
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 
-#include "sim/simulator.h"
+#include "sim/console.h"
+#include "sim/descriptor.h"
 
 namespace {
 
@@ -20,6 +23,7 @@ struct Arguments {
     std::vector<std::string> faults;
     uint64_t digital_inputs = 0;
     uint32_t error = 0;
+    bool commands = false;
     bool print_catalogue = false;
     bool print_faults = false;
 };
@@ -46,6 +50,10 @@ void describe(CLI::App& app, Arguments& arguments) {
                    "fault to inject into every controller, e.g. type=O,status=5 or "
                    "package,lost,every=100 or reboot=500,at=2000; repeat for more")
         ->allow_extra_args(false);
+    app.add_flag(
+        "-s,--stdin", arguments.commands,
+        "take commands from standard input, a line each: reboot 500, package,lost,every=10, "
+        "clear, status, help; each is answered by a line \"ok\" or \"error: ...\"");
     app.add_option("--digital-inputs", arguments.digital_inputs,
                    "bits of the digital inputs, e.g. 0x5");
     app.add_option("--error", arguments.error, "start with this error code set");
@@ -85,10 +93,7 @@ std::vector<std::string> all_addresses(const Arguments& arguments) {
     return addresses;
 }
 
-struct Running {
-    std::string address;
-    std::unique_ptr<sim::Simulator> simulator;
-};
+using sim::Running;
 
 // Controllers that share an interface need addresses of their own there.
 sim::MacAddress station(size_t number) {
@@ -120,13 +125,30 @@ std::vector<Running> start(const Arguments& arguments, const sim::Catalogue& cat
     return running;
 }
 
-void print_summary(const Running& running) {
-    const sim::Counters counters = running.simulator->counters();
-    std::cout << "vexo-sim: " << running.address << ": " << counters.connections << " connections, "
-              << counters.requests << " requests (" << counters.refused << " refused), "
-              << counters.set_points << " set-points, " << counters.inputs << " inputs, "
-              << counters.packages_sent << " packages sent, " << counters.packages_dropped
-              << " dropped, " << counters.frames_rejected << " frames rejected\n";
+// Reads what has come of standard input and carries its whole lines out. False: its end.
+bool take_commands(const std::vector<Running>& running, std::string& received) {
+    char chunk[4096];
+    const ssize_t got = read(STDIN_FILENO, chunk, sizeof chunk);
+    received.append(chunk, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    size_t end = 0;
+    while ((end = received.find('\n')) != std::string::npos) {
+        std::cout << sim::execute(running, received.substr(0, end)) << std::flush;
+        received.erase(0, end + 1);
+    }
+    return got > 0;
+}
+
+// Until one of the signals comes.
+void attend(const std::vector<Running>& running, const sigset_t& ends, bool commands) {
+    const sim::Descriptor signals(signalfd(-1, &ends, SFD_CLOEXEC));
+    pollfd polled[] = {{signals.get(), POLLIN, 0}, {commands ? STDIN_FILENO : -1, POLLIN, 0}};
+    std::string received;
+    while (polled[0].revents == 0) {
+        poll(polled, std::size(polled), -1);
+        if (polled[1].revents != 0 && !take_commands(running, received)) {
+            polled[1].fd = -1;
+        }
+    }
 }
 
 void run(const Arguments& arguments, const sim::Catalogue& catalogue) {
@@ -143,11 +165,10 @@ void run(const Arguments& arguments, const sim::Catalogue& catalogue) {
     }
     std::cout << " at " << arguments.rate << " Hz" << std::endl;
 
-    int received = 0;
-    sigwait(&ends, &received);
+    attend(running, ends, arguments.commands);
     for (const Running& one : running) {
         one.simulator->stop();
-        print_summary(one);
+        std::cout << sim::summary(one);
     }
 }
 

@@ -249,13 +249,13 @@ void Server::befall() {
             outages_.end();
         }
         outages_.begin(*fault, now_);
+        tend_listeners();  // first, so that who loses a connection finds the port as it is to be
         if (fault->disconnect || fault->reboot) {
             disconnect(*fault);
         }
         if (fault->reboot && raw_) {
             raw_->restart();
         }
-        tend_listeners();
         controller_.carry_out(*fault);
     }
 }

@@ -8,7 +8,7 @@
 
 #include "client/dataspace.h"
 #include "client/vexo.h"
-#include "net/raw_internal.h"
+#include "net/raw_endpoint.h"
 #include "soak/probe.h"
 
 namespace soak {

@@ -34,7 +34,7 @@ private:
     void skip(size_t count);
 
     // Two of the longest are the most that is waited for.
-    uint8_t bytes_[4096];
+    uint8_t bytes_[3072];
     size_t begin_ = 0;
     size_t end_ = 0;
     size_t passing_ = 0;  // bytes to come that belong to a package already shown

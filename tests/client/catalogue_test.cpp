@@ -137,6 +137,20 @@ TEST(CataloguePage, CutsNamesAndCountsToTheirFields) {
     EXPECT_EQ(variables.rows[2].id, 0U);
 }
 
+TEST(Catalogue, TakesPagesWithMoreRowsThanAgreed) {
+    Session session;
+    session.negotiate(1);  // pages of 10
+    session.io.expect(ask('R', 0), page(entries("out", 0, 12)));
+    session.io.expect(ask('R', 12), page(entries("out", 12, 3)));
+    session.io.expect(ask('r', 0), page(entries("in", 0, 9), 'r'));
+    session.io.expect(ask('M', 0), page(entries("method", 0, 200), 'M'));
+    session.io.expect(ask('M', 200), page(entries("method", 200, 1), 'M'));
+    ASSERT_EQ(vexo_all_recipe_get(session.handle), 0);
+    EXPECT_EQ(find_output_index(session.handle, "out14"), 14);
+    EXPECT_EQ(find_input_index(session.handle, "in8"), 8);
+    EXPECT_EQ(find_method_index(session.handle, "method200"), 200);
+}
+
 TEST(Catalogue, AsksAgainForAnEmptyPage) {
     Session session;
     session.negotiate(1);

@@ -2,6 +2,7 @@
 
 #include "net/raw_socket.h"
 #include "tests/client/client_fixture.h"
+#include "tests/support/allocations.h"
 
 using namespace test;
 using ::testing::HasSubstr;
@@ -35,6 +36,24 @@ TEST(Connection, DropsTheHandleWhenAPortIsRefused) {
         EXPECT_TRUE(wait_until(
             [&] { return open_descriptors().size() == open_before + captured + 2 * open; }));
     }
+}
+
+TEST(Connection, LosesNothingOfAHandleThatItDrops) {
+    const auto drop_one = [](int number) {
+        Session session(number);
+        session.connect();
+        const Bytes row = bytes("61") + Bytes(107);
+        build_input_hash(session.handle, 1, row.data());
+        build_output_hash(session.handle, 1, row.data());
+        build_method_hash(session.handle, 1, row.data());
+        EXPECT_EQ(vexo_create(session.handle, own_loopback(9).c_str(), nullptr, 2, nullptr), -1);
+        EXPECT_EQ(VexoHandleData_num, 0);
+    };
+    OutputCapture output;
+    drop_one(1);
+    const int64_t before = live_bytes();
+    drop_one(2);
+    EXPECT_LT(live_bytes(), before + 1000);
 }
 
 TEST(Connection, KeepsWhicheverHandleIsNotTheLastInTheRegistry) {

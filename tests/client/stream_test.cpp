@@ -1,4 +1,5 @@
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -244,6 +245,80 @@ TEST(ReceiveThread, ReportsABrokenConnectionOnce) {
         wait_until([&] { return output.text().find("Receive failed") != std::string::npos; }));
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(output.text(), "Receive failed - Connection reset by peer (errno: 104)\n");
+    join_receive_thread();
+}
+
+TEST(ReceiveThread, ThatTheSystemRefusesIsReported) {
+    StreamSession s;
+    pthread_attr_t usual;
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    pthread_attr_t huge = usual;
+    pthread_attr_setstacksize(&huge, size_t{1} << 50);
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    OutputCapture output;
+    s.io.expect(bytes("03 00 53"), bytes("07 00 53 00 00 00 00"));
+    EXPECT_EQ(vexo_output_start(s.handle, 0), -1);
+    EXPECT_EQ(output.text(), "Error: pthread_create\n");
+    EXPECT_EQ(recv_thread_init_ok, 0U);
+    EXPECT_EQ(s.dataspace()[kStreamingOffset], 1);
+    ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
+    s.start();
+    s.stream(package(40, 1));
+    EXPECT_TRUE(s.shows(package(40, 1)));
+    join_receive_thread();
+}
+
+TEST(ReceiveThread, OfTheApplicationsOwnServesAfterADestroy) {
+    StreamSession s;
+    s.start();
+    Bytes half = package(40, 1);
+    half.resize(30);
+    s.stream(half);
+    ASSERT_TRUE(s.receive.done());
+    join_receive_thread();
+    uint32_t list[] = {1, s.handle};
+    EXPECT_EQ(vexo_thread_init(list), 0) << "starts nothing";
+    const auto threads = thread_count();
+    pthread_t own;
+    ASSERT_EQ(pthread_create(&own, nullptr, receive_thread, list), 0);
+    EXPECT_EQ(thread_count(), threads + 1);
+    s.stream(Bytes(10, 1));
+    EXPECT_TRUE(s.shows(package(40, 1))) << "goes on within the package";
+    pthread_cancel(own);
+    pthread_join(own, nullptr);
+}
+
+TEST(ReceiveThread, TakesAListOfTheApplicationsOwnAfterAFailedConnection) {
+    OutputCapture output;
+    uint32_t lost = 0;
+    ASSERT_EQ(vexo_create_handle(&lost, "127.0.0.1"), 0);
+    ASSERT_EQ(vexo_create(lost, own_loopback(9).c_str(), nullptr, 2, nullptr), -1);
+    StreamSession s;
+    s.start();
+    ASSERT_EQ(pthread_join(th_receive, nullptr), 0) << "the count is one too high";
+    EXPECT_THAT(output.text(), HasSubstr("\nvexo_thread--VexoHandle not found\n"));
+    uint32_t list[] = {1, s.handle};
+    recv_thread_init_ok = 0;
+    ASSERT_EQ(vexo_thread_init(list), 0);
+    s.stream(package(40, 1));
+    EXPECT_TRUE(s.shows(package(40, 1)));
+    join_receive_thread();
+}
+
+TEST(ReceiveThread, HasNoDescriptorOfAStandardStream) {
+    StreamSession s;
+    // The peers must not accept a connection on a stream that is closed.
+    ASSERT_TRUE(
+        wait_until([&] { return s.control.connections() == 1 && s.receive.connections() == 1; }));
+    const int kept = dup(STDOUT_FILENO);
+    for (const int stream : {0, 1, 2}) {
+        close(stream);
+    }
+    s.start();
+    const std::set<int> open = open_descriptors();
+    dup2(kept, STDOUT_FILENO);
+    dup2(kept, STDERR_FILENO);
+    EXPECT_GT(*open.begin(), 2);
     join_receive_thread();
 }
 

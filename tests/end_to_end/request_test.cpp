@@ -14,6 +14,23 @@ protected:
         return request_.socket == kIoSocketOffset ? sim::Port::io : sim::Port::control;
     }
     std::string text(const std::string& what) const { return request_.function + what; }
+
+    // Makes the request on a thread of its own, whose reply never comes.
+    pthread_t wait_for_reply() {
+        inject("lost");
+        const uint64_t sent = controller_->counters().requests;
+        pthread_t thread;
+        const auto call_it = [](void* self) -> void* {
+            auto& test = *static_cast<AnyRequest*>(self);
+            test.result_ = test.request_.call(*test.app_, test.handed_);
+            return nullptr;
+        };
+        EXPECT_EQ(pthread_create(&thread, nullptr, call_it, this), 0);
+        EXPECT_TRUE(wait_until([&] { return controller_->counters().requests > sent; }));
+        return thread;
+    }
+
+    int32_t result_ = 0;
 };
 
 std::vector<Request> direct_requests() {
@@ -62,4 +79,20 @@ TEST_P(AnyRequest, RefusesAnUnknownHandle) {
     EXPECT_THAT(Session::finished_log("sys_log"),
                 HasSubstr(" " + (prints ? printed : text(" Error: vexoHandle is NULL\n"))));
     app_->handle = handle;
+}
+
+TEST_P(AnyRequest, IsGivenUpWithItsThreadAndEndsWithItsHandle) {
+    void* ended = nullptr;
+    const pthread_t cancelled = wait_for_reply();
+    pthread_cancel(cancelled);
+    ASSERT_EQ(pthread_join(cancelled, &ended), 0);
+    EXPECT_EQ(ended, PTHREAD_CANCELED);
+
+    OutputCapture output;
+    const pthread_t waiting = wait_for_reply();
+    EXPECT_EQ(app_->destroy(), 0) << "the cancelled one does not hold the handle";
+    app_.reset();
+    ASSERT_EQ(pthread_join(waiting, &ended), 0);
+    EXPECT_EQ(ended, nullptr);
+    EXPECT_EQ(result_, VEXO_ERROR_TRANSPORT);
 }

@@ -258,3 +258,39 @@ TEST_P(TeardownRounds, LeaveNothingBehind) {
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_LT(after.bytes, before.bytes + static_cast<int64_t>(rounds));
 }
+
+// Each round is a life with threads inside its calls at its end, and a receive thread of its own.
+TEST_P(TeardownRounds, MayBeFollowedByAnotherStream) {
+    if (const std::string reason = enter_network_of(GetParam()); !reason.empty()) {
+        GTEST_SKIP() << reason;
+    }
+    OptionalController controller(controller_options(GetParam(), 1));
+    OutputCapture output;
+    for (int round = 0; round < 20; ++round) {
+        put_something_at_descriptor_zero();
+        Application app;
+        ASSERT_NO_FATAL_FAILURE(app.stream(kOutputs, GetParam().mode));
+        ASSERT_TRUE(wait_until([&] { return app.latest().length() > 0; })) << "round " << round;
+        const auto until_it_ends = [](auto call) {
+            int32_t result = 0;
+            while (result == 0) {
+                result = call();
+            }
+            EXPECT_TRUE(result == -1 || result == 301 || result == 302) << result;
+        };
+        std::thread reading([&] { until_it_ends([&] { return app.latest().result; }); });
+        std::thread moving([&] { until_it_ends([&] { return app.servo(0); }); });
+        std::thread finding([&] {
+            until_it_ends([&] { return std::min(find_input_index(app.handle, "heartbeat"), 0); });
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
+        const int endpoint = app.socket(kRawSocketOffset);
+        EXPECT_EQ(vexo_destroy(app.handle), 0);
+        reading.join();
+        moving.join();
+        finding.join();
+        pthread_join(th_receive, nullptr);
+        socket_raw_free(endpoint);
+        recv_thread_init_ok = 0;
+    }
+}

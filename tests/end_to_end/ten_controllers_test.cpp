@@ -42,7 +42,7 @@ struct Watch {
 
 // How often the receive thread has made another package the latest: the store's count moves by two.
 uint32_t times_shown(const Application& app) {
-    return vexo::find_registration(app.handle).store_sequence->load() / 2;
+    return vexo::find_live_state(app.handle)->store_sequence.load() / 2;
 }
 
 }  // namespace

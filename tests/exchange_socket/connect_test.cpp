@@ -1,3 +1,5 @@
+// Without this a connection could be made otherwise than is promised, or its failure be reported
+// wrongly.
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>
@@ -46,13 +48,13 @@ TEST(SocketConnect, MakesABlockingSocketThatGivesUpAfterTwoSyns) {
 TEST(SocketConnect, ReportsARefusedConnection) {
     const int port = unused_port();
     const std::set<int> before = open_descriptors();
+    const char* const description = socket_get_error_desc(0);
     const Outcome outcome =
         outcome_of([=] { return socket_connect(own_loopback().c_str(), port); });
     expect_failure(outcome, "socket_connect",
                    "Connection failed - Connection refused (errno: 111)");
     EXPECT_EQ(outcome.error, ECONNREFUSED);
-    errno = outcome.error;
-    EXPECT_STREQ(socket_get_error_desc(-1), "Connection refused (errno: 111)");
+    EXPECT_STREQ(description, "Connection refused (errno: 111)") << "the last one";
     EXPECT_EQ(open_descriptors(), before);
 }
 

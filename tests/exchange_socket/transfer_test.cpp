@@ -1,3 +1,4 @@
+// Without this a send or receive could wait too long, end the process, or report a failure wrongly.
 #include <fcntl.h>
 #include <unistd.h>
 

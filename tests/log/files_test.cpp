@@ -1,4 +1,4 @@
-// Which file a line goes to, and what becomes of the files.
+// Without this a line could go to a wrong file, or a failing file take others with it.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>

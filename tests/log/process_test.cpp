@@ -1,4 +1,5 @@
-// The log and what befalls its process: children, and threads that the system refuses.
+// Without this a child could write to its parent's log, or hang in it, and a log without a thread
+// grow.
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>

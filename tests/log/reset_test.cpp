@@ -1,4 +1,4 @@
-// What happens when a file has 500,000 lines.
+// Without this a file could grow beyond 500,000 lines, or lose more than it must when it is full.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>

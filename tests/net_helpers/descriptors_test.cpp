@@ -1,4 +1,4 @@
-// Descriptors of every number: those that the library opens, and those that it waits for.
+// Without this descriptors of some number could not be waited for, or be given away to a child.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -48,7 +48,7 @@ bool open_all_below(int number) {
 TEST(Descriptors, AreNoStandardStreamsAndCloseOnExec) {
     const PtyPair pty;
     const TcpLink link;
-    EXPECT_EQ(0, test::in_child([&] {
+    EXPECT_EQ(test::in_child([&] {
                   for (const int stream : {0, 1, 2}) {
                       close(stream);
                   }
@@ -65,7 +65,8 @@ TEST(Descriptors, AreNoStandardStreamsAndCloseOnExec) {
                       }
                   }
                   return fcntl(0, F_GETFD) + fcntl(1, F_GETFD) + fcntl(2, F_GETFD) == -3 ? 0 : 2;
-              }));
+              }),
+              0);
 }
 
 // A process may have more of them than a select set has room for.

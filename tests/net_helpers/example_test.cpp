@@ -1,4 +1,4 @@
-// The examples of the transports, run as programs.
+// Without this the examples of the transports could be broken.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>

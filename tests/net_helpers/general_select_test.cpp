@@ -1,4 +1,4 @@
-// The two select wrappers.
+// Without this the two selects could report, refuse or wait otherwise than is promised.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 

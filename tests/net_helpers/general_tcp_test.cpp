@@ -1,4 +1,5 @@
-// General TCP sockets, on real connections over the loopback interface.
+// Without this a general TCP socket could differ in options, waits or results from what is
+// promised.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/ip.h>

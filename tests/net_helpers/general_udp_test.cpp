@@ -1,4 +1,4 @@
-// General UDP sockets over the loopback interface.
+// Without this a datagram could go astray, or hide its sender.
 #include <gtest/gtest.h>
 
 #include <string>

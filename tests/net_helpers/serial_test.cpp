@@ -1,4 +1,5 @@
-// Serial channels: real ones on pseudo terminals, and virtual ones with the test as the pump.
+// Without this a serial channel could lose blocks or mix channels: real ones on pseudo terminals,
+// and virtual ones with the test as the pump.
 #include "net/serial.h"
 
 #include <fcntl.h>

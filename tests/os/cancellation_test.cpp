@@ -1,4 +1,4 @@
-// Threads that the application cancels in the waits of the layer.
+// Without this a thread that is cancelled in a wait could leave the object locked or in use.
 #include <gtest/gtest.h>
 #include <pthread.h>
 

@@ -1,4 +1,4 @@
-// The example application of the layer, from outside.
+// Without this the example application of the layer could be broken.
 #include <gtest/gtest.h>
 
 #include "tests/os/support.h"

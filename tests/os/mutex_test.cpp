@@ -1,3 +1,4 @@
+// Without this a mutex could let two in, or keep an urgent thread behind one that is not.
 #include <gtest/gtest.h>
 
 #include <cerrno>

@@ -1,5 +1,5 @@
-// What the families of the layer have in common and where they differ on purpose: table sizes, the
-// order of rows, and the answers for rows that are not there or not in use.
+// Without this a table of the layer could change its size, its order of rows, or its answers for
+// rows that are not there or not in use, which differ between the families on purpose.
 #include <gtest/gtest.h>
 
 #include <functional>

@@ -1,15 +1,12 @@
-// What the library keeps to itself about the fast path.
-#include "net/raw_internal.h"
+// Without this the fast path could count, refuse or wait otherwise than the rest of the library
+// expects.
+#include "net/raw_endpoint.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <poll.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
-
-#include <cerrno>
-#include <cstddef>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "net/raw_instance.h"
 #include "tests/raw/raw_link.h"
@@ -21,45 +18,21 @@ namespace {
 
 class RawInternal : public RawLink {};
 
-// From now on the system answers bind with EADDRNOTAVAIL.
-bool forbid_bind() {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_bind, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EADDRNOTAVAIL),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog filter{static_cast<unsigned short>(std::size(program)), program};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
-TEST_F(RawInternal, FailedBindingLeavesTheDescriptorOpen) {
-    EXPECT_EQ(0, in_child([] {
-                  const size_t before = open_descriptors().size();
-                  const bool left_open =
-                      forbid_bind() && socket_raw_create("host0", SOCKET_RAW_MODE_ETHERNET) == -1 &&
-                      errno == EADDRNOTAVAIL && open_descriptors().size() == before + 1 &&
-                      vexo::sockrawuse[0] == 0 && vexo::sockrawinst[0].interface_index == 0;
-                  return left_open ? 0 : 1;
-              }));
-}
-
 TEST_F(RawInternal, CountsFramesThatWereNotSentWhole) {
     const int ethernet = open_ethernet();
     const int ip = socket_raw_create("host0", SOCKET_RAW_MODE_IP);
     Bytes frame(2000);
-    EXPECT_EQ(26, socket_raw_sendto(ethernet, 0x91, frame.data(), 26));
-    EXPECT_EQ(0u, vexo::sockrawsenderrcnt);
-    EXPECT_EQ(-1, socket_raw_sendto(ethernet, 0x91, frame.data(), 2000));
-    EXPECT_EQ(1u, vexo::sockrawsenderrcnt);
+    EXPECT_EQ(socket_raw_sendto(ethernet, 0x91, frame.data(), 26), 26);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 0u);
+    EXPECT_EQ(socket_raw_sendto(ethernet, 0x91, frame.data(), 2000), -1);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 1u);
     run_ip("link set host0 down");
-    EXPECT_EQ(-1, socket_raw_sendto(ethernet, 0x91, frame.data(), 26));
-    EXPECT_EQ(2u, vexo::sockrawsenderrcnt);
+    EXPECT_EQ(socket_raw_sendto(ethernet, 0x91, frame.data(), 26), -1);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 2u);
     // IP mode does not count.
     socket_raw_set_peerip(ip, 0xC0000201);  // no route there
-    EXPECT_EQ(-1, socket_raw_sendto(ip, 0x91, frame.data(), 26));
-    EXPECT_EQ(2u, vexo::sockrawsenderrcnt);
+    EXPECT_EQ(socket_raw_sendto(ip, 0x91, frame.data(), 26), -1);
+    EXPECT_EQ(vexo::sockrawsenderrcnt, 2u);
 }
 
 TEST_F(RawInternal, RecordsThatAreNotValidRefuseToServe) {
@@ -68,50 +41,81 @@ TEST_F(RawInternal, RecordsThatAreNotValidRefuseToServe) {
     vexo::RawInstance& record = vexo::sockrawinst[instance];
     Bytes frame(26);
     record.version = 2;
-    EXPECT_EQ(-102, socket_raw_sendto(instance, 0x91, frame.data(), 26));
-    EXPECT_EQ(0, record.sequence);
+    EXPECT_EQ(socket_raw_sendto(instance, 0x91, frame.data(), 26), -102);
+    EXPECT_EQ(record.sequence, 0);
     robot->send(controller_frame(0x90, {}));
-    EXPECT_EQ(-102, receive_next(instance).result);
+    EXPECT_EQ(receive_next(instance).result, -102);
 
     record.version = 1;
     record.mode = 3;
-    EXPECT_EQ(-102, socket_raw_sendto(instance, 0x91, frame.data(), 26));
+    EXPECT_EQ(socket_raw_sendto(instance, 0x91, frame.data(), 26), -102);
     robot->send(controller_frame(0x90, {}));
-    EXPECT_EQ(-102, receive_next(instance).result);
-    EXPECT_EQ(Bytes(26), frame);
-    EXPECT_EQ(0, socket_raw_free(instance));
-    EXPECT_EQ(-1, record.fd);
-}
-
-TEST_F(RawInternal, TheDescriptorCanBeWaitedOn) {
-    EXPECT_EQ(-1, vexo::raw_descriptor(0));
-    EXPECT_EQ(-1, vexo::raw_descriptor(-1));
-    EXPECT_EQ(-1, vexo::raw_descriptor(8));
-    const int instance = open_ethernet();
-    pollfd ready{vexo::raw_descriptor(instance), POLLIN, 0};
-    ASSERT_EQ(0, poll(&ready, 1, 0));
-    Port::ethernet("robot0")->send(controller_frame(0x90, bytes("01 02")));
-    ASSERT_EQ(1, poll(&ready, 1, 10000));
-
-    Bytes buffer(1514);
-    uint8_t* position = buffer.data();
-    uint8_t code = 0;
-    EXPECT_EQ(2, vexo::raw_try_receive(instance, &code, &position, 1514));
-    EXPECT_EQ(0x90, code);
-    EXPECT_EQ(26, position - buffer.data());
+    EXPECT_EQ(receive_next(instance).result, -102);
+    EXPECT_EQ(frame, Bytes(26));
+    EXPECT_EQ(socket_raw_free(instance), 0);
+    EXPECT_EQ(record.fd, -1);
 }
 
 // In IP mode socket_raw_recvfrom would wait for ever.
-TEST_F(RawInternal, TryingToReceiveNeverWaits) {
+TEST_F(RawInternal, TryingToReceiveTellsTheSenderAndNeverWaits) {
     Bytes buffer(64);
-    uint8_t* position = buffer.data();
-    uint8_t code = 0;
-    EXPECT_EQ(-100, vexo::raw_try_receive(0, &code, &position, 64));
+    for (const int none : {0, -1, 8}) {
+        EXPECT_EQ(vexo::raw_descriptor(none), -1);
+        EXPECT_EQ(vexo::raw_try_receive(none, buffer).result, -100);
+    }
     for (const int mode : {SOCKET_RAW_MODE_IP, SOCKET_RAW_MODE_ETHERNET}) {
         const int instance = socket_raw_create("host0", mode);
-        EXPECT_EQ(-101, vexo::raw_try_receive(instance, &code, &position, 64));
-        EXPECT_EQ(buffer.data(), position);
+        EXPECT_TRUE(vexo::raw_try_receive(instance, buffer).nothing());
+        if (mode == SOCKET_RAW_MODE_IP) {
+            Port::ip("10.0.0.5")->send_to("10.0.0.9", controller_message(0x90, bytes("01 02")));
+        } else {
+            Port::ethernet("robot0")->send(controller_frame(0x90, bytes("01 02")));
+        }
+        pollfd ready{vexo::raw_descriptor(instance), POLLIN, 0};
+        ASSERT_EQ(poll(&ready, 1, 10000), 1);
+        const vexo::RawMessage message = vexo::raw_try_receive(instance, buffer);
+        EXPECT_EQ(message.result, 2);
+        EXPECT_EQ(message.code, 0x90);
+        EXPECT_EQ(hex(Bytes(message.payload.begin(), message.payload.end())), "01 02 ");
+        EXPECT_EQ(mode == SOCKET_RAW_MODE_ETHERNET, message.sender.has_value());
+        if (message.sender) {
+            EXPECT_EQ(hex(Bytes(message.sender->begin(), message.sender->end())),
+                      "02 00 00 00 00 0B ");
+        }
     }
+}
+
+int queue_size(int socket) {
+    int size = 0;
+    socklen_t length = sizeof size;
+    EXPECT_EQ(getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, &length), 0);
+    return size;
+}
+
+// An application that reads one frame a cycle would fall behind a long queue by seconds.
+TEST_F(RawInternal, TheQueueIsTheSystemsUntilItIsEnlarged) {
+    const int datagrams = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int instance = open_ethernet();
+    EXPECT_EQ(queue_size(datagrams), queue_size(vexo::raw_descriptor(instance)));
+    vexo::raw_enlarge_queue(instance);
+    EXPECT_LT(queue_size(datagrams), queue_size(vexo::raw_descriptor(instance)));
+    close(datagrams);
+}
+
+TEST_F(RawInternal, SocketsAreNoStandardStreams) {
+    EXPECT_EQ(in_child([] {
+                  for (const int stream : {0, 1, 2}) {
+                      close(stream);
+                  }
+                  for (const int mode : {SOCKET_RAW_MODE_IP, SOCKET_RAW_MODE_ETHERNET}) {
+                      const int fd = vexo::raw_descriptor(socket_raw_create("host0", mode));
+                      if (fd <= STDERR_FILENO || (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) {
+                          return 1;
+                      }
+                  }
+                  return 0;
+              }),
+              0);
 }
 
 }  // namespace

@@ -164,7 +164,7 @@ TEST_P(FrameFault, OfAReplyHarmsNoOther) {
     ASSERT_TRUE(passed());
     EXPECT_EQ(station_->app.servo(3), 0);
     ASSERT_TRUE(passed());
-    EXPECT_EQ(tokens(), GetParam().tokens) << "for good";
+    EXPECT_TRUE(wait_until([&] { return tokens() == GetParam().tokens; })) << "for good";
     EXPECT_TRUE(station_->controller.wait_for_set_points(3)) << "all but the refused one";
     expect_logged(GetParam().logged);
 }

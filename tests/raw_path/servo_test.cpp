@@ -1,4 +1,7 @@
 // Set-points in frames and their acknowledgements.
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <future>
 
 #include "tests/raw_path/raw_path.h"
@@ -23,6 +26,13 @@ protected:
 
     void acknowledge(uint8_t status) {
         robot_->send(controller_frame(kReply, {7, 0, 'm', status, 0, 0, 0}));
+    }
+    // Sends a set-point that waits for an acknowledgement.
+    std::future<int32_t> servo_waiting() {
+        auto result = std::async(std::launch::async, [&] { return session_->servo(); });
+        EXPECT_FALSE(robot_->receive().empty()) << "it is sent before the wait";
+        EXPECT_EQ(result.wait_for(milliseconds(50)), std::future_status::timeout);
+        return result;
     }
     // Has the receive thread pass over a frame, and so over all before it.
     void settle() {
@@ -97,4 +107,53 @@ TEST_F(RawServo, ReportsALinkThatIsDown) {
     const std::string log = session_->log();
     EXPECT_THAT(log, HasSubstr(" cvexo_servoj send error: -1\n"));
     EXPECT_THAT(log, HasSubstr(" vexo_input_data_send send error\n"));
+}
+
+TEST_F(RawServo, BegunBeforeTheStreamGoesOnWithIt) {
+    session_ = std::make_unique<RawSession>();
+    session_->negotiate_raw(0);
+    auto first = servo_waiting();
+    session_->start();
+    acknowledge(0);
+    EXPECT_EQ(first.get(), 0);
+    acknowledge(0);
+    EXPECT_EQ(session_->servo(), 0);
+}
+
+TEST_F(RawServo, EndsWithItsHandleWhichTouchesNobodysDescriptorZero) {
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    ASSERT_EQ(dup2(pair[0], 0), 0);
+    connect(0);
+    EXPECT_EQ(session_->servo(), 0);
+    robot_->receive();
+    auto waiting = servo_waiting();
+    OutputCapture output;
+    EXPECT_EQ(vexo_destroy(session_->handle), 0);
+    EXPECT_EQ(waiting.get(), VEXO_ERROR_TRANSPORT);
+    EXPECT_EQ(output.text(), "cvexo_servoj recv error: -1\n");
+    EXPECT_EQ(session_->servo(), -1);
+    EXPECT_EQ(send(pair[0], "x", 1, MSG_NOSIGNAL), 1) << "closed, as stated, but not shut down";
+    char byte = 0;
+    EXPECT_EQ(recv(pair[1], &byte, 1, MSG_DONTWAIT), 1);
+}
+
+TEST_F(RawServo, LeavesNothingLockedWhenItsThreadIsCancelled) {
+    connect(0);
+    EXPECT_EQ(session_->servo(), 0);
+    robot_->receive();
+    pthread_t thread;
+    const auto set_point = [](void* session) -> void* {
+        static_cast<RawSession*>(session)->servo();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, set_point, session_.get()), 0);
+    robot_->receive();
+    pthread_cancel(thread);
+    void* ended = nullptr;
+    ASSERT_EQ(pthread_join(thread, &ended), 0);
+    EXPECT_EQ(ended, PTHREAD_CANCELED);
+    acknowledge(0);
+    EXPECT_EQ(session_->servo(), 0);
+    EXPECT_EQ(vexo_destroy(session_->handle), 0);
 }

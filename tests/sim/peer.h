@@ -1,12 +1,10 @@
 // A client's end of one connection to a simulator, with no knowledge of the messages but that they
-// begin with their length.
+// begin with their length. Requests and replies are written as hex digits.
 #ifndef TESTS_SIM_PEER_H
 #define TESTS_SIM_PEER_H
 
-#include <chrono>
-#include <string>
-
 #include "sim/simulator.h"
+#include "tests/support/process.h"
 #include "tests/support/scripted_peer.h"
 
 namespace test {
@@ -21,31 +19,29 @@ public:
     Peer& operator=(const Peer&) = delete;
 
     bool connected() const { return connected_; }
-    void send(const Bytes& data) const;
-    // What one read yields; empty when nothing comes in time, or nothing more at all.
-    Bytes read(Limit limit = std::chrono::seconds(10), size_t most = 65536);
+    void send(const std::string& request) const;
     // So many bytes, or fewer when no more come.
-    Bytes read_exactly(size_t count);
+    std::string read(size_t count) const;
     // A message, by its length word.
-    Bytes message();
-    // A request written as hex digits, and its reply the same way.
-    std::string ask(const std::string& request);
-    // How the other side ended the connection, waiting for it.
-    enum class End { none, closed, reset };
-    End end(Limit limit = std::chrono::seconds(10));
-    bool readable(Limit limit) const;
+    std::string message() const;
+    std::string ask(const std::string& request) const;
+
+    // What comes next, if anything comes in time.
+    enum class Next { silence, data, close, reset };
+    Next next(Limit limit = std::chrono::seconds(10)) const;
 
 private:
+    Bytes receive(size_t count) const;
+
     int socket_;
     bool connected_;
 };
 
-// Options with a catalogue that is small enough to write requests by hand.
-sim::Options small_controller();
-
 // The three connections of a client to a simulator of its own.
 struct Bench {
-    explicit Bench(sim::Options options = {});
+    explicit Bench(const sim::Options& options = {}, int number = 1);
+    // Sets up a recipe of these output ids and starts the stream.
+    void stream_outputs(const std::vector<uint32_t>& ids) const;
 
     std::string address;
     sim::Simulator simulator;
@@ -54,9 +50,12 @@ struct Bench {
     Peer stream;
 };
 
-// "n" as the two hex digits of each of its bytes, lowest first.
-std::string word(uint32_t n);
-std::string number(double n);
+// A value as the hex digits of its bytes.
+template <typename T>
+std::string value(T n) {
+    const auto* first = reinterpret_cast<const uint8_t*>(&n);
+    return hex({first, first + sizeof n});
+}
 
 }  // namespace test
 

@@ -77,7 +77,7 @@ void make_veth_pair(const std::string& left, const std::string& left_mac, const 
 }
 
 void run_ip(const std::string& arguments) {
-    EXPECT_EQ(0, std::system(("ip " + arguments).c_str())) << "ip " << arguments;
+    EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
 }
 
 bool link_runs(const std::string& interface_name) {

@@ -33,7 +33,7 @@ std::unique_ptr<Port> Port::ethernet(const std::string& interface_name) {
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ether_type);
     address.sll_ifindex = static_cast<int>(if_nametoindex(interface_name.c_str()));
-    EXPECT_EQ(0, bind(port->socket_, reinterpret_cast<sockaddr*>(&address), sizeof address))
+    EXPECT_EQ(bind(port->socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0)
         << std::strerror(errno);
     return port;
 }
@@ -41,7 +41,7 @@ std::unique_ptr<Port> Port::ethernet(const std::string& interface_name) {
 std::unique_ptr<Port> Port::ip(const std::string& own_address) {
     std::unique_ptr<Port> port(new Port(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP)));
     const sockaddr_in address = ip_address(own_address);
-    EXPECT_EQ(0, bind(port->socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address))
+    EXPECT_EQ(bind(port->socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0)
         << std::strerror(errno);
     return port;
 }

@@ -114,7 +114,7 @@ TEST(WireFrame, BelievesNoIpHeaderLengthBeyondTheDatagram) {
         EXPECT_EQ(opened.fault, words == 5 ? FrameFault::none : FrameFault::malformed) << words;
         EXPECT_EQ(opened.payload.size(), words == 5 ? 2u : 0u);
     }
-    EXPECT_EQ(0u, ip_header_length({}));
+    EXPECT_EQ(ip_header_length({}), 0u);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@ namespace {
 using AddCommand = void (*)(CLI::App& app, Context& context);
 
 constexpr AddCommand kCommands[] = {
+    add_doctor,
     add_completion,
 };
 

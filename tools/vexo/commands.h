@@ -19,6 +19,7 @@ struct Context {
 };
 
 void add_completion(CLI::App& app, Context& context);
+void add_doctor(CLI::App& app, Context& context);
 
 // All of the above, in the order in which --help lists them.
 void add_commands(CLI::App& app, Context& context);

@@ -1,0 +1,90 @@
+// The facts as a document. A fact that is not known is an object with the reason; what a document
+// does not have counts as not recorded.
+#include "tools/vexo/doctor/facts.h"
+#include "tools/vexo/failure.h"
+
+namespace nlohmann {
+
+template <class T>
+struct adl_serializer<doctor::Fact<T>> {
+    static void to_json(json& document, const doctor::Fact<T>& fact) {
+        if (fact.known()) {
+            document = *fact;
+        } else {
+            document = {{fact.absent() ? "absent" : "unknown", fact.reason()}};
+        }
+    }
+
+    static void from_json(const json& document, doctor::Fact<T>& fact) {
+        if (document.is_object() && document.size() == 1 && document.contains("absent")) {
+            fact = doctor::Fact<T>::absent(document.at("absent"));
+        } else if (document.is_object() && document.size() == 1 && document.contains("unknown")) {
+            fact = doctor::Fact<T>::unknown(document.at("unknown"));
+        } else {
+            fact = document.get<T>();
+        }
+    }
+};
+
+}  // namespace nlohmann
+
+namespace doctor {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Purpose, path, interface, interface_named,
+                                                controller)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Kernel, version, realtime, rt_runtime_us,
+                                                rt_period_us, transparent_hugepage, numa_balancing,
+                                                nmi_watchdog, watchdog, timer_migration,
+                                                clocksource)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Process, rtprio_limit, memlock_limit, capabilities,
+                                                fifo_errno, group, group_rt_runtime_us, quota,
+                                                swapped_kb, affinity)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Memory, swaps, swappiness)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(IdleState, name, latency_us, disabled)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Cpu, loop, online, isolated, nohz_full, governors,
+                                                idle_states, dma_latency_us, smt, siblings,
+                                                hypervisor)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Thread, name, process, priority, processors)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Load, pressure, realtime_threads, all_visible,
+                                                irqbalance)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Interface, operstate, carrier, speed, duplex, mtu,
+                                                loopback, wireless, bridge, usb, rx_usecs,
+                                                adaptive_rx, energy_efficient, interrupts)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Route, interface, gateway)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Network, rmem_max, route, rp_filter, rivals, ports)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(WakeUps, count, missed, priority, p50_us, p99_us,
+                                                p99_9_us, max_us, late_us, clock_read_ns)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Stream, packages, lost, kernel_drops, late,
+                                                interval_p50_us, interval_p99_9_us, interval_max_us)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(BusyThread, name, process, priority, percent,
+                                                on_loop)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Run, seconds, wake_ups, stream, growth,
+                                                busy_threads, clock_step_us, clock_slew_ppm)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Facts, host, time, purpose, kernel, process, memory,
+                                                cpu, load, interface, network, run)
+
+namespace {
+
+constexpr const char* kKind = "vexo doctor facts";
+
+}  // namespace
+
+nlohmann::json to_document(const Facts& facts) {
+    nlohmann::json document = facts;
+    document["kind"] = kKind;
+    return document;
+}
+
+Facts from_document(const nlohmann::json& document) {
+    try {
+        if (document.value("kind", "") == kKind) {
+            return document.get<Facts>();
+        }
+    } catch (const nlohmann::json::exception&) {
+        // Said below: the place in the document is of no use to whoever gave the wrong file.
+    }
+    throw tool::Failure(tool::Exit::failed, "bad_file", "this is no file of facts",
+                        "give one that `vexo doctor --save` has written");
+}
+
+}  // namespace doctor
