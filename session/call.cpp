@@ -77,7 +77,7 @@ int32_t answered(Robot& robot, const Answer& answer, const ReplyRoom& reply) {
             refusal(answer.status, "the controller refuses it with the status %u", answer.status));
     }
     const std::span<uint8_t> room = reply.room();
-    std::memcpy(room.data(), answer.payload.data(), std::min(room.size(), answer.payload.size()));
+    std::copy_n(answer.payload.begin(), std::min(room.size(), answer.payload.size()), room.begin());
     reply.came(answer.payload.size());
     return VEXO_SESSION_OK;
 }

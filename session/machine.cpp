@@ -2,6 +2,7 @@
 
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <mutex>
@@ -193,7 +194,7 @@ void Machine::answer_caller(std::span<const uint8_t> reply, Nanoseconds round_tr
     const std::span<const uint8_t> payload =
         reply.subspan(std::min(reply.size(), wire::kReplyPayload));
     const size_t copied = std::min(payload.size(), request->reply_room.size());
-    std::memcpy(request->reply_room.data(), payload.data(), copied);
+    std::copy_n(payload.begin(), copied, request->reply_room.begin());
     request->reply_bytes = payload.size();
     request->round_trip = round_trip;
     const uint8_t status = wire::reply_status(reply);

@@ -28,12 +28,17 @@ template <typename Recipe, typename Accept>
 int32_t await_recipe(Robot& robot, Recipe& recipe, Nanoseconds deadline, Accept accept) {
     robot.wake();
     const std::lock_guard lock(robot.monitor);
-    robot.monitor.wait_until(
-        deadline, [&] { return robot.closed.load() || recipe.progress != Progress::wanted; });
+    const auto stands = [&] {
+        return recipe.progress == Progress::standing &&
+               robot.standing.state >= VEXO_SESSION_STATE_READY;
+    };
+    robot.monitor.wait_until(deadline, [&] {
+        return robot.closed.load() || recipe.progress == Progress::failed || stands();
+    });
     if (recipe.progress == Progress::failed) {
         return tell(recipe.error);
     }
-    if (recipe.progress == Progress::wanted || robot.closed.load()) {
+    if (!stands() || robot.closed.load()) {
         return tell(why_not(robot));
     }
     return accept() ? VEXO_SESSION_OK : tell(VEXO_SESSION_NO_MEMORY, "there is no free handle");
