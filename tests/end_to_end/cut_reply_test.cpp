@@ -1,4 +1,4 @@
-// Replies that come in pieces.
+// Without this a reply in two pieces could be read otherwise than is promised.
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-// What the calls of a control cycle cost: system calls and allocations.
+// Without this the calls of a control cycle could cost more system calls, or any allocation.
 #include <algorithm>
 #include <functional>
 #include <span>

@@ -1,4 +1,4 @@
-// The example of a whole session, as a program and as the README's code.
+// Without this the example of a whole session, and the README's code, could be broken.
 #include <gmock/gmock.h>
 
 #include "sim/simulator.h"

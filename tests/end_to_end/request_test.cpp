@@ -1,4 +1,4 @@
-// What all requests have in common: their bytes, and the failures before a reply can come.
+// Without this a request could have wrong bytes, or fail unnoticed before its reply.
 #include "tests/end_to_end/requests.h"
 
 using namespace test;

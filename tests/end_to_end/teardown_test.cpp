@@ -1,4 +1,4 @@
-// The end of a handle: in every state, beside readers of other handles, and over and over.
+// Without this the end of a handle could hang, disturb other handles or leave something behind.
 #include <atomic>
 #include <optional>
 #include <span>

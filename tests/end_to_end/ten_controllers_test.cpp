@@ -1,4 +1,4 @@
-// Ten controllers in one process, all streaming as fast as they can.
+// Without this ten controllers that stream as fast as they can could be too many.
 #include <algorithm>
 #include <array>
 #include <memory>

@@ -1,4 +1,4 @@
-// Each frame of a simulated controller, and each way in which it can go wrong.
+// Without this a frame that goes wrong could harm another.
 #include <semaphore.h>
 
 #include "tests/end_to_end/application.h"

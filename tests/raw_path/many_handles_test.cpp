@@ -1,4 +1,4 @@
-// Several simulated controllers at 1 kHz beside each other.
+// Without this one of several controllers at 1 kHz could hold up another.
 #include <sched.h>
 
 #include <algorithm>

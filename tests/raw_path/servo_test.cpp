@@ -1,4 +1,4 @@
-// Set-points in frames and their acknowledgements.
+// Without this set-points in frames could wait for the wrong acknowledgement, or for none.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -77,19 +77,6 @@ TEST_F(RawServo, TakesAnEmptyReplyForAnAcknowledgement) {
     EXPECT_EQ(session_->servo(), 7);
     robot_->send(controller_frame(kReply, {7}));
     EXPECT_EQ(session_->servo(), 0) << "a status that did not come counts as zero";
-}
-
-TEST_F(RawServo, NeitherWaitsForNorMindsAcknowledgementsInNackMode) {
-    connect(1);
-    OutputCapture output;
-    for (int i = 0; i < 5; ++i) {
-        acknowledge(9);
-    }
-    settle();
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(session_->servo(), 0);
-    }
-    EXPECT_EQ(output.text(), "");
 }
 
 TEST_F(RawServo, ReportsALinkThatIsDown) {
