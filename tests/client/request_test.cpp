@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "tests/client/client_fixture.h"
+#include "tests/support/caller.h"
 
 using namespace test;
 using ::testing::HasSubstr;
@@ -22,6 +23,23 @@ TEST(BitRead, StoresTheBitsAndReturnsTheStatusWord) {
     EXPECT_EQ(vexo_set_getalldigitaloutputbits(session.handle, 0, &word), 0x105);
     EXPECT_EQ(word, 0x0123456789ABCDEFU) << "a refusal leaves the word alone";
     EXPECT_EQ(output.text(), "vexo_set_getalldigitaloutputbits Error: 261\n");
+}
+
+// Otherwise the messages of two threads would mix in the handle's buffer.
+TEST(CyclicCall, WaitsForTheCallOfAnotherThread) {
+    constexpr uint32_t kUnknown = 12345;
+    uint8_t byte = 0;
+    const std::pair<pthread_mutex_t*, std::function<int()>> calls[] = {
+        {&base_datasend_mutex, [&] { return vexo_input_data_send(kUnknown, 1, &byte); }},
+        {&base_datarecv_mutex, [&] { return vexo_ouput_data_receive(kUnknown, 0, &byte, 1); }},
+        {&base_servoj_mutex, [&] { return cvexo_servoj(kUnknown, 0, 0, 0, nullptr, 0, nullptr); }}};
+    for (const auto& [mutex, call] : calls) {
+        pthread_mutex_lock(mutex);
+        Caller caller(call);
+        EXPECT_TRUE(caller.sleeps());
+        pthread_mutex_unlock(mutex);
+        EXPECT_EQ(caller.result(), -1);
+    }
 }
 
 TEST(Command, ReadsAnEmptyRowOutsideTheCatalogue) {

@@ -1,7 +1,5 @@
 #include "tests/end_to_end/requests.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <atomic>
 
@@ -185,9 +183,7 @@ void connect_small(Application& app, int64_t mode) {
 
 void RequestFixture::SetUp() {
     if (request_.receives == hasty) {
-        // Where the machine grants it, this keeps the load of others out of the 5 ms.
-        const sched_param priority{.sched_priority = 1};
-        sched_setscheduler(0, SCHED_FIFO, &priority);
+        run_ahead_of_others();
     }
     sim::Options options = small_controller();
     if (request_.mode > 2) {

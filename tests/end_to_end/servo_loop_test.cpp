@@ -2,7 +2,6 @@
 // go unnoticed.
 #include <atomic>
 #include <chrono>
-#include <set>
 #include <thread>
 
 #include "tests/end_to_end/application.h"
@@ -106,26 +105,6 @@ TEST_P(ServoLoop, DeliversEverySetPointBesideReadingAndWriting) {
     expect_counted(written.controller, sent);
     EXPECT_EQ(moved.controller.counters().frames_rejected, 0U);
     EXPECT_GT(seen, kCycles / 2);
-}
-
-// A package that another thread wrote over would be missing, and that one be there twice.
-TEST(Inputs, OfTwoThreadsAreEachSentOnce) {
-    const Station station(1);
-    constexpr uint32_t kEach = 3000;
-    const auto send = [&](uint32_t first) {
-        for (uint32_t beat = first; beat < first + kEach; ++beat) {
-            ASSERT_EQ(vexo_input_data_send(station.app.handle, station.app.input_recipe, &beat), 0);
-        }
-    };
-    std::thread beside([&] { send(0); });
-    send(kEach);
-    beside.join();
-    ASSERT_TRUE(station.controller.wait_for_inputs(2 * kEach));
-    std::set<uint32_t> beats;
-    for (const auto& input : station.controller.inputs()) {
-        beats.insert(read_u32(input.values.data()));
-    }
-    EXPECT_EQ(beats.size(), 2 * kEach);
 }
 
 TEST(ServoLink, LossIsReportedByTheCallsThatMeetIt) {

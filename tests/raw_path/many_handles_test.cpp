@@ -1,6 +1,4 @@
 // Without this one of several controllers at 1 kHz could hold up another.
-#include <sched.h>
-
 #include <algorithm>
 #include <thread>
 #include <vector>
@@ -17,11 +15,8 @@ namespace {
 
 class ManyHandles : public RawPath {
 protected:
-    // A real-time priority, where the machine grants one, keeps the load of others out of the
-    // measurement. All threads inherit it.
     void SetUp() override {
-        const sched_param priority{.sched_priority = 1};
-        sched_setscheduler(0, SCHED_FIFO, &priority);
+        run_ahead_of_others();
         RawPath::SetUp();
     }
 

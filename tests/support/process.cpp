@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <linux/capability.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -38,6 +39,11 @@ std::chrono::microseconds cpu_time() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return to_microseconds(usage.ru_utime) + to_microseconds(usage.ru_stime);
+}
+
+void run_ahead_of_others() {
+    const sched_param priority{.sched_priority = 1};
+    sched_setscheduler(0, SCHED_FIFO, &priority);
 }
 
 std::set<int> open_descriptors() {
