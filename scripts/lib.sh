@@ -4,7 +4,7 @@
 library_packages=(build-essential cmake ninja-build uthash-dev)
 simulator_packages=(nlohmann-json3-dev libcli11-dev)
 test_packages=("${library_packages[@]}" "${simulator_packages[@]}" libgtest-dev libgmock-dev iproute2
-    util-linux)
+    nftables util-linux)
 
 script=scripts/$(basename "$0")
 

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "tools/vexo/doctor/facts_json.h"
 #include "tools/vexo/doctor/verdict.h"
 
 using nlohmann::json;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "tools/vexo/commands.h"
+#include "tools/vexo/doctor/facts_json.h"
 #include "tools/vexo/doctor/gather.h"
 #include "tools/vexo/doctor/report.h"
 #include "tools/vexo/doctor/run.h"
@@ -62,6 +63,7 @@ Purpose purpose_of(const Arguments& arguments, const Options& options, bool host
         doctor::ask_port(options.host, 2295, options.timeout_s) == "open") {
         purpose.controller = options.host;
     }
+    purpose.mode = static_cast<uint32_t>(options.mode);
     purpose.interface = !arguments.interface.empty() ? arguments.interface : options.raw;
     if (purpose.interface.empty() && !purpose.controller.empty()) {
         purpose.interface = port_of_route(purpose.controller);
@@ -87,9 +89,9 @@ Facts examine(const Purpose& purpose, const Arguments& arguments, Context& conte
     const Tree tree;
     Facts facts = doctor::gather(tree, purpose, context.options.timeout_s);
     if (arguments.seconds > 0) {
-        facts.run = doctor::make_run(tree, facts, arguments.seconds, [&](double seconds) {
-            return wait_with_progress(seconds, context.output);
-        });
+        facts.run = doctor::make_run(
+            tree, facts, arguments.seconds, context.options.timeout_s,
+            [&](double seconds) { return wait_with_progress(seconds, context.output); });
     }
     return facts;
 }
@@ -104,8 +106,12 @@ Facts load(const std::string& path) {
     if (!file) {
         throw bad_file(path, errno);
     }
-    // A document that cannot be read at all is no document of facts either.
-    return doctor::from_document(nlohmann::json::parse(file, nullptr, false));
+    try {
+        // What is no document at all is no document of facts either.
+        return doctor::from_document(nlohmann::json::parse(file, nullptr, false));
+    } catch (const std::ios_base::failure&) {
+        throw bad_file(path, EISDIR);  // it opens, and cannot be read
+    }
 }
 
 void save(const Facts& facts, const std::string& path) {

@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t kMemlockBytes = int64_t{64} << 20;
 constexpr int64_t kSwappiness = 10;
-constexpr double kSpinning = 90;    // % of a processor
+constexpr double kSpinning = 80;    // % of a processor
 constexpr double kSiblingIdle = 5;  // % of a processor
 constexpr double kPressure = 1;     // % of the time
 constexpr double kSlowClockNs = 200;

@@ -322,7 +322,8 @@ Finding ports(const Facts& facts) {
 }
 
 Finding retransmits(const Facts& facts) {
-    if (facts.run.seconds > 0 && !facts.run.stream.known()) {
+    const bool connected = facts.run.stream.known() || held_elsewhere(facts);
+    if (facts.run.seconds > 0 && !connected) {
         return unknown("there was no connection to the controller");
     }
     return judge_fact(grown(facts, "retransmits"), [](int64_t segments) {

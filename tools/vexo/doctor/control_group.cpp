@@ -116,6 +116,9 @@ Fact<double> group_quota(const Tree& tree, const ControlGroup& group) {
     if (!group.mount.known()) {
         return group.mount.then([](const std::string&) { return 0.0; });
     }
+    if (!tree.exists(*group.mount + group.path)) {
+        return Fact<double>::unknown(*group.mount + group.path + " is not to be seen from here");
+    }
     double least = 0;
     for (const std::string& folder : folders(group)) {
         const Fact<double> quota = quota_of(tree, folder, group.unified);

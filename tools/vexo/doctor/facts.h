@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -21,8 +20,8 @@ constexpr int kLoopPriority = 80;
 struct Purpose {
     std::string path = "tcp";  // or "raw"
     std::string interface;     // the port; empty: none is known
-    bool interface_named = false;
-    std::string controller;  // its address; empty: none was named, and none answers
+    std::string controller;    // its address; empty: none was named, and none answers
+    uint32_t mode = 2;         // that is negotiated over TCP
 };
 
 struct Kernel {
@@ -172,9 +171,8 @@ struct Facts {
     Run run;
 };
 
-// What --save writes and --from reads. Throws tool::Failure when it is not such a document.
-nlohmann::json to_document(const Facts& facts);
-Facts from_document(const nlohmann::json& document);
+// Whether another program on this host has a connection to the controller.
+bool held_elsewhere(const Facts& facts);
 
 }  // namespace doctor
 

@@ -1,6 +1,9 @@
 // The facts as a document. A fact that is not known is an object with the reason; what a document
 // does not have counts as not recorded.
-#include "tools/vexo/doctor/facts.h"
+#include "tools/vexo/doctor/facts_json.h"
+
+#include <algorithm>
+
 #include "tools/vexo/failure.h"
 
 namespace nlohmann {
@@ -30,8 +33,7 @@ struct adl_serializer<doctor::Fact<T>> {
 
 namespace doctor {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Purpose, path, interface, interface_named,
-                                                controller)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Purpose, path, interface, mode, controller)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Kernel, version, realtime, rt_runtime_us,
                                                 rt_period_us, transparent_hugepage, numa_balancing,
                                                 nmi_watchdog, watchdog, timer_migration,
@@ -62,6 +64,12 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Run, seconds, wake_ups, stream, 
                                                 busy_threads, clock_step_us, clock_slew_ppm)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Facts, host, time, purpose, kernel, process, memory,
                                                 cpu, load, interface, network, run)
+
+bool held_elsewhere(const Facts& facts) {
+    const auto& ports = facts.network.ports;
+    return ports.known() && std::any_of(ports->begin(), ports->end(),
+                                        [](const auto& port) { return port.second == "in use"; });
+}
 
 namespace {
 

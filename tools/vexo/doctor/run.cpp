@@ -1,8 +1,10 @@
 #include "tools/vexo/doctor/run.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include "tools/vexo/doctor/counters.h"
+#include "tools/vexo/doctor/stream_run.h"
 #include "tools/vexo/doctor/wake_up_run.h"
 
 namespace doctor {
@@ -49,11 +51,22 @@ double clock_read_ns() {
     return least;
 }
 
+// A session of our own would end one that another program on this host holds.
+Purpose stream_purpose(const Facts& facts) {
+    Purpose purpose = facts.purpose;
+    if (held_elsewhere(facts)) {
+        purpose.controller.clear();
+    }
+    return purpose;
+}
+
 }  // namespace
 
-Run make_run(const Tree& tree, const Facts& facts, double seconds, const Wait& wait) {
+Run make_run(const Tree& tree, const Facts& facts, double seconds, double limit_s,
+             const Wait& wait) {
     Run run;
     const Counters before = read_counters(tree, facts);
+    const StreamRun stream(stream_purpose(facts), limit_s);
     const Clocks begin = read_clocks();
     {
         WakeUpRun wake_ups(facts.cpu.loop, seconds);
@@ -62,6 +75,9 @@ Run make_run(const Tree& tree, const Facts& facts, double seconds, const Wait& w
     }
     const Clocks end = read_clocks();
     const Counters after = read_counters(tree, facts);
+    run.stream = held_elsewhere(facts)
+                     ? Fact<Stream>::unknown("another program on this host holds the controller")
+                     : stream.figures();
 
     run.seconds = (end.monotonic - begin.monotonic) / 1e6;
     run.clock_step_us = (end.wall - begin.wall) - (end.monotonic - begin.monotonic);

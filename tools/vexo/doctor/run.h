@@ -12,8 +12,9 @@ namespace doctor {
 using Wait = std::function<bool(double seconds)>;
 
 // Wakes up at the loop's pace for so many seconds, receives what the controller streams, and reads
-// the kernel's counters before and after.
-Run make_run(const Tree& tree, const Facts& facts, double seconds, const Wait& wait);
+// the kernel's counters before and after. The controller may take `limit_s` to begin.
+Run make_run(const Tree& tree, const Facts& facts, double seconds, double limit_s,
+             const Wait& wait);
 
 }  // namespace doctor
 
