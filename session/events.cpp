@@ -4,37 +4,34 @@ namespace vexo::session {
 
 Events::Event& Events::add(uint32_t kind) {
     Event& event = kept_[++newest_ % kKept];
-    event.values = {};
-    event.values.kind = kind;
-    event.values.number = newest_;
-    event.values.realtime_ns = realtime_ns();
-    event.values.monotonic_ns = monotonic_ns();
-    event.values.count = 1;
-    event.cause.clear();
-    event.remedy.clear();
+    event = {};
+    event.kind = kind;
+    event.number = newest_;
+    event.realtime = realtime_ns();
+    event.monotonic = monotonic_ns();
     return event;
 }
 
 void Events::state(uint32_t from, uint32_t to) {
     Event& event = add(VEXO_SESSION_EVENT_STATE);
-    event.values.previous = from;
-    event.values.state = to;
+    event.previous = from;
+    event.state = to;
 }
 
 void Events::span(uint32_t kind, Nanoseconds span) {
-    add(kind).values.span_ns = span;
+    add(kind).span = span;
 }
 
 void Events::count(uint32_t kind, uint64_t count) {
-    add(kind).values.count = count;
+    add(kind).count = count;
 }
 
 void Events::error(uint32_t kind, const VexoSessionError& error, uint64_t count) {
     Event& event = add(kind);
-    event.values.count = count;
-    event.values.error.code = error.code;
-    event.values.error.status = error.status;
-    event.values.error.system = error.system;
+    event.count = count;
+    event.code = error.code;
+    event.status = error.status;
+    event.system = error.system;
     event.cause = error.cause;
     event.remedy = error.remedy;
 }
@@ -42,8 +39,19 @@ void Events::error(uint32_t kind, const VexoSessionError& error, uint64_t count)
 VexoSessionEvent Events::after(uint64_t position) const {
     const uint64_t oldest = newest_ > kKept ? newest_ - kKept + 1 : 1;
     const Event& kept = kept_[std::max(position + 1, oldest) % kKept];
-    VexoSessionEvent event = kept.values;
+    VexoSessionEvent event{};
+    event.kind = kept.kind;
+    event.number = kept.number;
+    event.realtime_ns = kept.realtime;
+    event.monotonic_ns = kept.monotonic;
+    event.state = kept.state;
+    event.previous = kept.previous;
+    event.span_ns = kept.span;
+    event.count = kept.count;
     event.error.size = sizeof event.error;
+    event.error.code = kept.code;
+    event.error.status = kept.status;
+    event.error.system = kept.system;
     kept.cause.copy(event.error.cause, sizeof event.error.cause - 1);
     kept.remedy.copy(event.error.remedy, sizeof event.error.remedy - 1);
     return event;

@@ -27,9 +27,20 @@ public:
     VexoSessionEvent after(uint64_t position) const;
 
 private:
-    // Texts only where there are some, so that counting lost packages allocates nothing.
+    // A VexoSessionEvent in less room. It has texts only where there are some, so that counting lost
+    // packages allocates nothing.
     struct Event {
-        VexoSessionEvent values{};
+        uint32_t kind = 0;
+        uint64_t number = 0;
+        Nanoseconds realtime = 0;
+        Nanoseconds monotonic = 0;
+        uint32_t state = 0;
+        uint32_t previous = 0;
+        Nanoseconds span = 0;
+        uint64_t count = 1;
+        int32_t code = 0;
+        int32_t status = 0;
+        int32_t system = 0;
         std::string cause;
         std::string remedy;
     };

@@ -255,7 +255,7 @@ typedef enum VexoSessionEventKind {
     VEXO_SESSION_EVENT_STATE = 1,     /* `state` was entered from `previous` */
     VEXO_SESSION_EVENT_CUT = 2,       /* a session that was ready has lost its connection; why */
     VEXO_SESSION_EVENT_BACK = 3,      /* ready again; `span_ns` since the cut */
-    VEXO_SESSION_EVENT_CATALOGUE = 4, /* another catalogue than before: a new revision */
+    VEXO_SESSION_EVENT_CATALOGUE = 4, /* another catalogue than before: `count` is its revision */
     VEXO_SESSION_EVENT_ERROR = 5,     /* an attempt has failed, or a recipe cannot be set up */
     VEXO_SESSION_EVENT_LOST = 6       /* packages are lost: `count`, summed up over 100 ms */
 } VexoSessionEventKind;
@@ -266,7 +266,7 @@ typedef struct VexoSessionEvent {
     uint64_t number;     /* 1, 2, ... for each session */
     int64_t realtime_ns; /* when */
     int64_t monotonic_ns;
-    uint32_t state; /* a VexoSessionState */
+    uint32_t state; /* of EVENT_STATE: a VexoSessionState; so is the next */
     uint32_t previous;
     int64_t span_ns;
     uint64_t count; /* packages; for an error: how often it came since it was last told */
@@ -696,7 +696,7 @@ typedef enum VexoSessionMeasure {
 #define VEXO_SESSION_BUCKETS 256
 
 /* Bucket i counts what is less than vexo_session_bucket_ns(i) and not less than that of i - 1.
- * A bucket is an eighth of its values wide, or less. */
+ * A bucket is an eighth of its values wide, or 128 ns. */
 typedef struct VexoSessionHistogram {
     uint32_t size;
     uint32_t reserved;
