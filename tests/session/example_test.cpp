@@ -62,7 +62,7 @@ TEST(SessionExamples, StandInTheManual) {
           std::tuple{"```cpp\n", SESSION_SERVO_SOURCE, "// Manual begins\n"}}) {
         const std::string code = between(read_file(source), mark,
                                          mark[1] == '*' ? "/* Manual ends */" : "// Manual ends");
-        ASSERT_THAT(code, HasSubstr("vexo_session_stream_"));
+        ASSERT_THAT(code, HasSubstr("VEXO_SESSION_OK"));
         EXPECT_EQ(between(manual, language, "```\n"), code);
     }
 }
