@@ -9,6 +9,7 @@
 
 #include "base/mutex_lock.h"
 #include "base/owned_descriptor.h"
+#include "base/thread.h"
 #include "client/received_stream.h"
 #include "client/registry.h"
 #include "client/vexo.h"
@@ -177,7 +178,7 @@ void* serve_started(void* given) {
 
 bool start_thread(const Task& task) {
     auto* given = new (std::nothrow) Task(task);
-    if (given != nullptr && pthread_create(&th_receive, nullptr, serve_started, given) == 0) {
+    if (given != nullptr && vexo::start_thread(th_receive, serve_started, given)) {
         return true;
     }
     delete given;

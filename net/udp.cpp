@@ -21,6 +21,7 @@ int socket_udp_create(int port, uint32_t address) {
 }
 
 long socket_udp_sendto(int fd, int port, uint32_t address, const void* data, unsigned int length) {
+    // What ends in 255 counts as a broadcast address, whatever its network.
     if ((address & 0xFF) == 255) {
         const int on = 1;
         setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);

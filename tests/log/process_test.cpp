@@ -69,13 +69,16 @@ private:
 }  // namespace
 
 TEST(LogInAChild, BeginsAnewWhateverTheParentsThreadsDo) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer ends a child that starts a thread";
+#endif
     log_init();
     {
         const Loggers loggers;
         for (int number = 0; number < 40; ++number) {
             ASSERT_EQ(in_child([number] { return use_log(number); }), 0) << number;
         }
-        ASSERT_TRUE(wait_until([] { return !read_file(kGeneralFile).empty(); }));
+        ASSERT_TRUE(wait_until([] { return read_file(kGeneralFile).ends_with("parent\n"); }));
         EXPECT_EQ(in_child([] { return static_cast<int>(open_descriptors().size()); }),
                   static_cast<int>(open_descriptors().size()) - 1)
             << "the parent's file stays the parent's";
