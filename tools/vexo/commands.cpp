@@ -6,8 +6,7 @@ namespace {
 using AddCommand = void (*)(CLI::App& app, Context& context);
 
 constexpr AddCommand kCommands[] = {
-    add_doctor,
-    add_completion,
+    add_info, add_list, add_find, add_doctor, add_completion,
 };
 
 }  // namespace

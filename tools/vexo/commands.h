@@ -20,6 +20,9 @@ struct Context {
 
 void add_completion(CLI::App& app, Context& context);
 void add_doctor(CLI::App& app, Context& context);
+void add_find(CLI::App& app, Context& context);
+void add_info(CLI::App& app, Context& context);
+void add_list(CLI::App& app, Context& context);
 
 // All of the above, in the order in which --help lists them.
 void add_commands(CLI::App& app, Context& context);

@@ -26,6 +26,7 @@ struct Failure : std::exception {
     std::string code;
     std::string cause;
     std::string remedy;
+    int controller_status = 0;  // of a request that the controller refused
 };
 
 }  // namespace tool

@@ -109,9 +109,13 @@ void Output::failure(const Failure& failure) {
         std::cerr << paint_if(color, Paint::faint, "remedy: ") << failure.remedy << '\n';
     }
     if (json()) {
-        document(
-            {{"error",
-              {{"code", failure.code}, {"cause", failure.cause}, {"remedy", failure.remedy}}}});
+        Json error = Json::object();
+        if (failure.controller_status != 0) {
+            error["status"] = failure.controller_status;
+        }
+        error["error"] = {
+            {"code", failure.code}, {"cause", failure.cause}, {"remedy", failure.remedy}};
+        document(error);
         std::cout.flush();
     }
 }

@@ -1,0 +1,121 @@
+// `vexo list`: the catalogue, whole or in part.
+#include <fnmatch.h>
+
+#include <algorithm>
+
+#include "tools/vexo/robot.h"
+
+namespace tool {
+namespace {
+
+constexpr uint32_t kKinds[] = {VEXO_SESSION_OUTPUT, VEXO_SESSION_INPUT, VEXO_SESSION_METHOD};
+
+struct Arguments {
+    std::string kind;
+    std::string type;
+    std::string glob;
+    bool catalogue = false;
+};
+
+std::vector<std::string> type_names() {
+    std::vector<std::string> names;
+    for (uint32_t type = VEXO_TYPE_CHAR; type <= VEXO_TYPE_TEXT; ++type) {
+        names.emplace_back(vexo_session_type_name(type));
+    }
+    return names;
+}
+
+std::string list_name(uint32_t kind) {
+    return std::string(kind_name(kind)) + 's';
+}
+
+bool wanted(const VexoSessionVariable& entry, const Arguments& arguments) {
+    return (arguments.kind.empty() || arguments.kind == list_name(entry.kind)) &&
+           (arguments.type.empty() || arguments.type == type_of(entry)) &&
+           (arguments.glob.empty() || fnmatch(arguments.glob.c_str(), entry.name, 0) == 0);
+}
+
+std::vector<VexoSessionVariable> select(VexoSession* session, const Arguments& arguments) {
+    std::vector<VexoSessionVariable> rows;
+    for (const uint32_t kind : kKinds) {
+        const std::vector<VexoSessionVariable> entries = entries_of(session, kind);
+        std::copy_if(entries.begin(), entries.end(), std::back_inserter(rows),
+                     [&](const VexoSessionVariable& entry) { return wanted(entry, arguments); });
+    }
+    return rows;
+}
+
+// As vexo-sim -c takes it.
+Json catalogue_of(const std::vector<VexoSessionVariable>& rows) {
+    Json catalogue;
+    for (const uint32_t kind : kKinds) {
+        catalogue[list_name(kind)] = Json::array();
+    }
+    for (const VexoSessionVariable& row : rows) {
+        Json entry = {{"name", row.name}, {"id", row.id}};
+        if (row.kind != VEXO_SESSION_METHOD) {
+            entry["type"] = row.type;
+        }
+        catalogue[list_name(row.kind)].push_back(entry);
+    }
+    return catalogue;
+}
+
+Json document_of(const std::vector<VexoSessionVariable>& rows) {
+    Json document = Json::array();
+    for (const VexoSessionVariable& row : rows) {
+        const bool method = row.kind == VEXO_SESSION_METHOD;
+        document.push_back({{"kind", kind_name(row.kind)},
+                            {"name", row.name},
+                            {"id", row.id},
+                            {"type", method ? Json() : Json(type_of(row))},
+                            {"size", row.bytes}});
+    }
+    return document;
+}
+
+void print_table(const std::vector<VexoSessionVariable>& rows, Output& output) {
+    size_t width = 0;
+    for (const VexoSessionVariable& row : rows) {
+        width = std::max(width, std::string_view(row.name).size());
+    }
+    for (const VexoSessionVariable& row : rows) {
+        char line[400];
+        std::snprintf(line, sizeof line, "%-7s %-*s %6u %-6s %4u\n", kind_name(row.kind),
+                      static_cast<int>(width), row.name, row.id, type_of(row).c_str(), row.bytes);
+        output.text(line);
+    }
+}
+
+Exit run(const Arguments& arguments, Context& context) {
+    const Session session = open_session(context);
+    const std::vector<VexoSessionVariable> rows = select(session.get(), arguments);
+    if (arguments.catalogue) {
+        context.output.document(catalogue_of(rows));
+    } else if (context.output.json()) {
+        context.output.document(document_of(rows));
+    } else {
+        print_table(rows, context.output);
+    }
+    return Exit::done;
+}
+
+}  // namespace
+
+void add_list(CLI::App& app, Context& context) {
+    CLI::App* command = app.add_subcommand("list", "List the controller's variables and methods");
+    const auto arguments = std::make_shared<Arguments>();
+    command->add_option("KIND", arguments->kind, "only this list")
+        ->check(CLI::IsMember({"outputs", "inputs", "methods"}));
+    command->add_option("--type", arguments->type, "only variables of this type")
+        ->type_name("TYPE")
+        ->check(CLI::IsMember(type_names()));
+    command->add_option("--glob", arguments->glob, "only names that match, as 'actual_*'")
+        ->type_name("PATTERN");
+    command->add_flag("--catalogue", arguments->catalogue, "print a file that vexo-sim -c takes");
+    command->callback([&context, arguments] {
+        context.run = [&, arguments] { return run(*arguments, context); };
+    });
+}
+
+}  // namespace tool
