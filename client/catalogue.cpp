@@ -1,11 +1,12 @@
 // The controller's catalogue: its pages, and the whole of it in the dataspace.
+#include "wire/catalogue.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "client/exchange.h"
-#include "client/registry.h"
 #include "client/vexo.h"
-#include "net/exchange_socket.h"
+#include "wire/value_type.h"
 
 using namespace vexo;
 
@@ -13,94 +14,57 @@ namespace {
 
 constexpr int kMaxEmptyPages = 3;
 
-// How the rows of a page array lie in the caller's memory.
-struct PageLayout {
-    char type_letter;
-    size_t header;
-    size_t row_size;
-    size_t name_size;  // room for the final zero included
-    size_t id_offset;
-    size_t id_width;
-    bool has_type;  // a type code follows the id
-};
-
-constexpr PageLayout variable_page(char type_letter) {
-    return {type_letter,
-            offsetof(VexoVariablePage, rows),
-            sizeof(VexoVariableRow),
-            sizeof(VexoVariableRow::name),
-            offsetof(VexoVariableRow, id),
-            sizeof(VexoVariableRow::id),
-            true};
-}
-
-constexpr PageLayout kOutputPage = variable_page('R');
-constexpr PageLayout kInputPage = variable_page('r');
-constexpr PageLayout kMethodPage = {'M',
-                                    offsetof(VexoMethodPage, rows),
-                                    sizeof(VexoMethodRow),
-                                    sizeof(VexoMethodRow::name),
-                                    offsetof(VexoMethodRow, id),
-                                    sizeof(VexoMethodRow::id),
-                                    false};
+// ---- One page
 
 // The receives of one page. The number of full-size reads is fixed by the length word of what has
 // come first, and a short read is not repeated.
 class PageReceiver {
 public:
-    explicit PageReceiver(const Registration& handle) : handle_(handle), dataspace_(*handle) {}
+    explicit PageReceiver(const Registration& handle) : handle_(handle) {}
 
     void run() {
         read(kReadSize);
-        if (last_ <= 0) {
+        if (last_.failed) {
             return;
         }
-        needed_ = read_u16(dataspace_.response);
-        for (int full = missing() / static_cast<int>(kReadSize); full > 0; --full) {
+        needed_ = wire::message_length(handle_->response);
+        for (size_t full = missing() / kReadSize; full > 0; --full) {
             read(kReadSize);
         }
-        const int rest = missing() % static_cast<int>(kReadSize);
-        if (rest > 0) {
-            read(static_cast<unsigned>(rest));
-        }
+        read(missing() % kReadSize);
     }
 
-    int last() const { return last_; }
+    Received last() const { return last_; }
     uint16_t received() const { return received_; }
     uint16_t needed() const { return needed_; }
 
 private:
-    int missing() const { return needed_ - received_; }
+    size_t missing() const { return needed_ > received_ ? needed_ - received_ : 0u; }
 
-    // Appends one receive to the response buffer, never beyond its end.
-    void read(unsigned count) {
-        const size_t room =
-            sizeof dataspace_.response - std::min<size_t>(received_, sizeof dataspace_.response);
-        const auto wanted = static_cast<unsigned>(std::min<size_t>(count, room));
-        if (wanted == 0) {
-            return;
+    // Appends one receive to the response buffer, never beyond its end. One that fails counts as
+    // -1 in 16 bits: that is what need_len and now_len tell of it.
+    void read(size_t count) {
+        const std::span<uint8_t> buffer(handle_->response);
+        const auto room = buffer.subspan(std::min<size_t>(received_, buffer.size()));
+        const auto wanted = room.first(std::min(count, room.size()));
+        if (!wanted.empty()) {
+            last_ = receive_reply(handle_, Purpose::request, wanted);
+            received_ = static_cast<uint16_t>(received_ + last_.result);
         }
-        last_ =
-            receive_reply(handle_, dataspace_.io_socket, dataspace_.response + received_, wanted);
-        received_ = static_cast<uint16_t>(received_ + last_);
     }
 
     const Registration& handle_;
-    Dataspace& dataspace_;
-    int last_ = 0;
+    Received last_{};
     uint16_t received_ = 0;
     uint16_t needed_ = 0;
 };
 
-// Requests the page that begins with entry `first`. On success the reply lies in the response
-// buffer, `size` bytes long.
-int32_t request_page(Caller caller, const Registration& handle, char type_letter, uint32_t first,
-                     size_t& size) {
-    Dataspace& dataspace = *handle;
-    MessageWriter message = begin_request(dataspace, type_letter);
-    message.u32(first);
-    const auto length = static_cast<unsigned>(message.finish());
-    const int sent = socket_send(dataspace.io_socket, dataspace.request, length);
+// Requests the page that begins with row `first`. On success `reply` is in the response buffer.
+int32_t request_page(Caller caller, const Registration& handle, wire::Letter list, uint32_t first,
+                     std::span<const uint8_t>& reply) {
+    const std::span<uint8_t> room = begin_message(caller, *handle, Purpose::request);
+    wire::MessageWriter message = wire::page_request(room, list, first);
+    const long sent = send_message(*handle, Purpose::request, message.finish());
     PageReceiver receiver(handle);
     receiver.run();
     if (receiver.received() != receiver.needed()) {
@@ -111,142 +75,140 @@ int32_t request_page(Caller caller, const Registration& handle, char type_letter
     if (transfer_failed(caller, {sent, receiver.last()})) {
         return VEXO_ERROR_TRANSPORT;
     }
-    size = receiver.received();
-    return examine_status(caller, dataspace.response[kStatusOffset]);
+    const std::span<const uint8_t> buffer = response(*handle);
+    reply = buffer.first(std::min<size_t>(receiver.received(), buffer.size()));
+    return examine_status(caller, wire::reply_status(reply));
 }
 
-// Reads one entry into a row of the caller's array. A name is cut to its field.
-void decode_entry(MessageReader& entries, const PageLayout& layout, uint8_t* row) {
-    const uint8_t name_length = entries.u8();
-    uint8_t* name = row + 1;
-    const size_t kept = entries.bytes(name, layout.name_size - 1, name_length);
+// ---- A page for the application
+
+// Cuts a name to its field, of which the last byte is a zero. Its length stands in front.
+void put_name(std::string_view name, uint8_t* row, size_t field) {
+    const size_t kept = std::min(name.size(), field - 1);
     row[0] = static_cast<uint8_t>(kept);
-    name[kept] = 0;
-    const uint32_t id = layout.id_width == sizeof(uint32_t) ? entries.u32() : entries.u16();
-    std::memcpy(row + layout.id_offset, &id, layout.id_width);
-    if (layout.has_type) {
-        row[layout.id_offset + layout.id_width] = entries.u8();
-    }
+    std::memcpy(row + 1, name.data(), kept);
+    row[1 + kept] = 0;
 }
 
-void decode_page(const Dataspace& dataspace, const PageLayout& layout, size_t size, uint8_t* array,
-                 uint32_t room) {
-    MessageReader entries(dataspace.response, size, kReplyPayload);
-    const auto count = static_cast<uint8_t>(std::min<uint32_t>(entries.u8(), room));
-    array[0] = count;
-    for (size_t i = 0; i < count; ++i) {
-        decode_entry(entries, layout, array + layout.header + i * layout.row_size);
-    }
+// Rows are written byte by byte: an array of methods may lie at any address.
+void put_row(const wire::VariableRow& row, uint8_t* to) {
+    put_name(row.name, to, sizeof(VexoVariableRow::name));
+    std::memcpy(to + offsetof(VexoVariableRow, id), &row.id, sizeof row.id);
+    to[offsetof(VexoVariableRow, type)] = row.type;
 }
 
-// Reads the page that begins with entry `first` into an array with room for so many rows.
-int32_t read_page(Caller caller, const Registration& handle, const PageLayout& layout,
-                  uint32_t first, uint8_t* array, uint32_t room) {
-    size_t size = 0;
-    const int32_t result = request_page(caller, handle, layout.type_letter, first, size);
-    if (result == 0) {
-        decode_page(*handle, layout, size, array, room);
-    }
-    return result;
+void put_row(const wire::MethodRow& row, uint8_t* to) {
+    put_name(row.name, to, sizeof(VexoMethodRow::name));
+    std::memcpy(to + offsetof(VexoMethodRow, id), &row.id, sizeof row.id);
 }
 
-// A page for the application, whose array has room for as many rows as were agreed.
-int32_t get_page(Caller caller, const Registration& handle, const PageLayout& layout,
-                 uint32_t first, void* array) {
+// The array is an `Array` with room for as many rows as were agreed.
+template <typename Row, typename Array>
+int32_t get_page(Caller caller, const Registration& handle, wire::Letter list, uint32_t first,
+                 void* array) {
     if (!handle) {
         return -1;
     }
-    const uint32_t room = handle->page_size != 0 ? handle->page_size : VEXO_PAGE_ROWS;
-    return read_page(caller, handle, layout, first, static_cast<uint8_t*>(array), room);
+    std::span<const uint8_t> reply;
+    const int32_t result = request_page(caller, handle, list, first, reply);
+    if (result != 0) {
+        return result;
+    }
+    const uint32_t agreed = handle->page_size != 0 ? handle->page_size : VEXO_PAGE_ROWS;
+    wire::Page<Row> page(reply);
+    auto* bytes = static_cast<uint8_t*>(array);
+    bytes[0] = static_cast<uint8_t>(std::min<uint32_t>(page.count(), agreed));
+    for (size_t i = 0; i < bytes[0]; ++i) {
+        put_row(page.next(), bytes + offsetof(Array, rows) + i * sizeof(Array::rows[0]));
+    }
+    return 0;
 }
 
 // ---- The whole catalogue
 
-void append(VariableEntry& entry, const VexoVariableRow& row) {
-    std::memcpy(entry.name, row.name, std::min<size_t>(row.name_length, sizeof entry.name));
+// What was behind a shorter name stays there.
+void put_entry(const wire::VariableRow& row, VariableEntry& entry) {
+    row.name.copy(entry.name, sizeof entry.name);
     entry.id = row.id;
     entry.type = row.type;
-    entry.value_length = static_cast<uint8_t>(vexo_get_type_len(row.type));
+    entry.value_length = static_cast<uint8_t>(wire::type_width(row.type));
     entry.selected = 0;
 }
 
-void append(MethodEntry& entry, const VexoMethodRow& row) {
-    std::memcpy(entry.name, row.name, std::min<size_t>(row.name_length, sizeof entry.name));
+void put_entry(const wire::MethodRow& row, MethodEntry& entry) {
+    row.name.copy(entry.name, sizeof entry.name);
     entry.id = row.id;
 }
 
-// One of the three lists of the catalogue: where from, where to, and its names.
-template <typename PageType, typename Entry>
+// One of the three lists, of which one goes without its prefix in messages.
 struct List {
-    using Page = PageType;
-
-    const PageLayout& layout;
-    int32_t (*build_index)(uint32_t handle, int32_t count, const void* rows);
+    wire::Letter letter;
     const char* request;  // the function that asks for one page
     const char* name;     // in messages
-    Entry* entries;
-    uint32_t capacity;
-    uint32_t& count;
-
-    // Appends the rows of a page. False when not all of them have room.
-    bool take(const Page& page) {
-        const uint32_t taken = std::min<uint32_t>(page.count, capacity - count);
-        for (uint32_t i = 0; i < taken; ++i) {
-            append(entries[count++], page.rows[i]);
-        }
-        return taken == page.count;
-    }
+    void (*build_index)(Dataspace&);
 };
+
+constexpr List kOutputs{wire::Letter::output_page, "vexo_output_variables_get",
+                        "output_variables_get", index_outputs};
+constexpr List kInputs{wire::Letter::input_page, "vexo_input_variables_get",
+                       "vexo_input_variables_get", index_inputs};
+constexpr List kMethods{wire::Letter::method_page, "vexo_control_methods_get",
+                        "vexo_control_methods_get", index_methods};
 
 // Reads a list to its end, which is a page that is not full. An empty page is taken for a
 // transient fault and asked for again; one with more rows than were agreed is taken as it comes.
-template <typename ListType>
-int32_t load(Caller caller, const Registration& handle, ListType list) {
+template <typename Row, typename Entry, uint32_t capacity>
+int32_t load(Caller caller, const Registration& handle, const List& list,
+             Entry (&entries)[capacity], uint32_t& count) {
     int empty_pages = 0;
-    for (uint32_t first = 0;;) {
-        typename ListType::Page page;
-        const int32_t result = read_page({caller.handle, list.request}, handle, list.layout, first,
-                                         reinterpret_cast<uint8_t*>(&page), VEXO_PAGE_ROWS);
+    bool complete = false;
+    for (uint32_t first = 0; !complete;) {
+        std::span<const uint8_t> reply;
+        const int32_t result =
+            request_page({caller.handle, list.request}, handle, list.letter, first, reply);
         if (result != 0) {
             report(caller, "vexo_all_recipe_get %s Error: %d", list.name, result);
             return result;
         }
-        if (page.count == 0 && ++empty_pages > kMaxEmptyPages) {
+        wire::Page<Row> page(reply);
+        const uint32_t rows = std::min<uint32_t>(page.count(), VEXO_PAGE_ROWS);
+        if (rows == 0 && ++empty_pages > kMaxEmptyPages) {
+            // Printed without a line feed.
             report_verbatim(caller, "vexo_all_recipe_get %s num is 0", list.name);
             return VEXO_ERROR_EMPTY_PAGE;
         }
-        const bool all_taken = list.take(page);
-        if (!all_taken) {
-            record(caller, "vexo_all_recipe_get %s: rows beyond %u dropped", list.name,
-                   list.capacity);
+        const uint32_t taken = std::min(rows, capacity - count);
+        for (uint32_t i = 0; i < taken; ++i) {
+            put_entry(page.next(), entries[count++]);
         }
-        if (!all_taken || (page.count > 0 && page.count < handle->page_size)) {
-            break;
+        if (taken < rows) {
+            record(caller, "vexo_all_recipe_get %s: rows beyond %u dropped", list.name, capacity);
         }
-        first += page.count;
+        complete = taken < rows || (rows > 0 && rows < handle->page_size);
+        first += rows;
     }
-    list.build_index(caller.handle, static_cast<int32_t>(list.count), list.entries);
+    list.build_index(*handle);
     return 0;
 }
-
-using VariableList = List<VexoVariablePage, VariableEntry>;
-using MethodList = List<VexoMethodPage, MethodEntry>;
 
 }  // namespace
 
 int32_t vexo_output_variables_get(uint32_t handle, uint32_t first, uint32_t* array) {
     const Caller caller{handle, __func__};
-    return get_page(caller, find_or_report_not_found(caller), kOutputPage, first, array);
+    return get_page<wire::VariableRow, VexoVariablePage>(caller, find_or_report_not_found(caller),
+                                                         wire::Letter::output_page, first, array);
 }
 
 int32_t vexo_input_variables_get(uint32_t handle, uint32_t first, uint32_t* array) {
     const Caller caller{handle, __func__};
-    return get_page(caller, find_or_report_not_found(caller), kInputPage, first, array);
+    return get_page<wire::VariableRow, VexoVariablePage>(caller, find_or_report_not_found(caller),
+                                                         wire::Letter::input_page, first, array);
 }
 
 int32_t vexo_control_methods_get(uint32_t handle, uint32_t first, uint8_t* array) {
     const Caller caller{handle, __func__};
-    return get_page(caller, find_or_record_null(caller), kMethodPage, first, array);
+    return get_page<wire::MethodRow, VexoMethodPage>(caller, find_or_record_null(caller),
+                                                     wire::Letter::method_page, first, array);
 }
 
 int32_t vexo_all_recipe_get(uint32_t handle) {
@@ -259,28 +221,16 @@ int32_t vexo_all_recipe_get(uint32_t handle) {
     d.output_count = 0;
     d.input_count = 0;
     d.method_count = 0;
-    int32_t result =
-        load(caller, found,
-             VariableList{kOutputPage, build_output_hash, "vexo_output_variables_get",
-                          "output_variables_get", d.outputs, kOutputRows, d.output_count});
+    int32_t result = load<wire::VariableRow>(caller, found, kOutputs, d.outputs, d.output_count);
     if (result == 0) {
-        result =
-            load(caller, found,
-                 VariableList{kInputPage, build_input_hash, "vexo_input_variables_get",
-                              "vexo_input_variables_get", d.inputs, kInputRows, d.input_count});
+        result = load<wire::VariableRow>(caller, found, kInputs, d.inputs, d.input_count);
     }
     if (result == 0) {
-        result =
-            load(caller, found,
-                 MethodList{kMethodPage, build_method_hash, "vexo_control_methods_get",
-                            "vexo_control_methods_get", d.methods, kMethodRows, d.method_count});
+        result = load<wire::MethodRow>(caller, found, kMethods, d.methods, d.method_count);
     }
     return result;
 }
 
 int32_t vexo_get_type_len(int32_t type) {
-    static constexpr uint8_t kWidths[] = {1, 1, 1,  2,  4,  8,  1,  2,  4,  8,
-                                          4, 8, 24, 48, 12, 24, 24, 24, 255};
-    const auto code = static_cast<uint8_t>(type);
-    return code < std::size(kWidths) ? kWidths[code] : 0;
+    return static_cast<int32_t>(wire::type_width(static_cast<uint8_t>(type)));
 }

@@ -5,28 +5,24 @@
 #include "net/exchange_socket.h"
 #include "net/raw_endpoint.h"
 #include "net/raw_socket.h"
+#include "wire/negotiation.h"
 
 using namespace vexo;
 
 namespace {
 
-constexpr int kIoPort = 2295;
-constexpr int kControlPort = 2297;
-constexpr int kReceivePort = 2299;
-constexpr uint32_t kEthernetKind = 2;
-
 // Returns null, or what to say of the port that could not be reached.
 const char* connect_ports(Dataspace& dataspace, const char* ip, bool with_receive_port) {
-    dataspace.io_socket = socket_connect(ip, kIoPort);
+    dataspace.io_socket = socket_connect(ip, wire::kIoPort);
     if (dataspace.io_socket < 0) {
         return "Failed to connect to IO control interface";
     }
-    dataspace.control_socket = socket_connect(ip, kControlPort);
+    dataspace.control_socket = socket_connect(ip, wire::kControlPort);
     if (dataspace.control_socket < 0) {
         return "Failed to connect to control interface";
     }
     if (with_receive_port) {
-        dataspace.receive_socket = socket_connect(ip, kReceivePort);
+        dataspace.receive_socket = socket_connect(ip, wire::kReceivePort);
         if (dataspace.receive_socket < 0) {
             return "Failed to connect to receive interface";
         }
@@ -67,9 +63,10 @@ int32_t vexo_create(uint32_t handle, const char* ip, const char* interface, int6
     if (!found) {
         return -1;
     }
-    const bool raw = mode > 2;
+    const bool raw = wire::asks_for_frames(mode);
     if (raw) {
-        const int32_t result = vexo_rawsocket_create(handle, interface, kEthernetKind, srcmac);
+        const int32_t result =
+            vexo_rawsocket_create(handle, interface, SOCKET_RAW_MODE_ETHERNET, srcmac);
         if (result != 0) {
             report_verbatim(caller, "vexo_rawsocket_create result:%d\n", result);
             return result;

@@ -1,8 +1,9 @@
 // What the controller says of itself.
+#include "wire/controller_version.h"
+
 #include <cstring>
 
 #include "client/exchange.h"
-#include "client/registry.h"
 #include "client/vexo.h"
 
 using namespace vexo;
@@ -11,11 +12,10 @@ namespace {
 
 constexpr size_t kTextSize = sizeof(VexoControllerVersion::firmware);
 
-// A text behind its length byte, cut to its field.
-void read_text(MessageReader& reply, char (&text)[kTextSize]) {
-    const uint8_t length = reply.u8();
+// Cut to its field, which has no final zero when it is full.
+void put_text(std::string_view from, char (&text)[kTextSize]) {
     std::memset(text, 0, kTextSize);
-    reply.bytes(text, kTextSize, length);
+    from.copy(text, kTextSize);
 }
 
 // How far a field reads as text: a full one runs on into the next, which follows it.
@@ -41,16 +41,16 @@ int32_t vexo_get_control_version(uint32_t handle, VexoControllerVersion* version
     if (!found) {
         return -1;
     }
-    MessageWriter message = begin_request(*found, 'v');
-    const int32_t result = request(caller, found, found->io_socket, message);
+    const std::span<uint8_t> room = begin_message(caller, *found, Purpose::request);
+    const int32_t result = request(caller, found, wire::controller_version_request(room));
     if (result != 0) {
         return result;
     }
-    MessageReader reply = reply_payload(*found);
-    version->model = reply.u16();
-    read_text(reply, version->firmware);
-    read_text(reply, version->hardware);
-    read_text(reply, version->bootloader);
+    const wire::ControllerVersion told = wire::controller_version(response(*found));
+    version->model = told.model;
+    put_text(told.firmware, version->firmware);
+    put_text(told.hardware, version->hardware);
+    put_text(told.bootloader, version->bootloader);
     record_version(handle, *version);
     record_version(0, *version);
     return 0;

@@ -9,8 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// uthash keeps its own link in each node; the rest of it stays in name_index.cpp.
-#include <uthash.h>
+#include "wire/protocol.h"
 
 namespace vexo {
 
@@ -19,14 +18,9 @@ constexpr uint32_t kInputRows = 1000;
 constexpr uint32_t kMethodRows = 3000;
 constexpr size_t kNameSize = 100;
 constexpr size_t kBufferSize = 20480;
-constexpr size_t kMacSize = 6;
 
 enum LinkMode : uint8_t { kLinkNone = 0, kLinkRaw = 1, kLinkTcp = 2 };
 enum Streaming : uint8_t { kNotStarted = 0, kStarted = 1, kPaused = 2 };
-
-// Flags above the requested version in the protocol version word.
-constexpr uint32_t kVersionRaw = 0x10000;
-constexpr uint32_t kVersionNack = 0x20000;
 
 struct VariableEntry {
     char name[kNameSize];  // no final zero when it has 100 characters
@@ -48,10 +42,11 @@ struct RecipePosition {
     uint8_t value_length;
 };
 
-struct NameNode {
-    char name[kNameSize];
-    int32_t row;
-    UT_hash_handle hh;
+// A node of the name index: name, row, and a link of the hash library, whose types stay in
+// name_index.cpp. So does what is in a node.
+struct NameNode;
+struct alignas(void*) NameNodeRoom {
+    std::byte bytes[160];
 };
 
 struct Dataspace {
@@ -93,9 +88,9 @@ struct Dataspace {
     NameNode* input_index;
     NameNode* output_index;
     NameNode* method_index;
-    NameNode input_nodes[kInputRows];
-    NameNode output_nodes[kOutputRows];
-    NameNode method_nodes[kMethodRows];
+    NameNodeRoom input_nodes[kInputRows];
+    NameNodeRoom output_nodes[kOutputRows];
+    NameNodeRoom method_nodes[kMethodRows];
     uint32_t input_nodes_used;
     uint32_t output_nodes_used;
     uint32_t method_nodes_used;
@@ -105,8 +100,8 @@ struct Dataspace {
     uint32_t input_length;
 
     // ---- Addresses. Written by connection and negotiation.
-    uint8_t controller_mac[kMacSize];
-    uint8_t host_mac[kMacSize];
+    uint8_t controller_mac[wire::kMacSize];
+    uint8_t host_mac[wire::kMacSize];
     char ip[64];
 
     // ---- Posted by the receive thread for each raw reply, waited for by the servo command.
@@ -116,7 +111,6 @@ struct Dataspace {
 static_assert(sizeof(VariableEntry) == 108);
 static_assert(sizeof(MethodEntry) == 104);
 static_assert(sizeof(RecipePosition) == 108);
-static_assert(sizeof(NameNode) == 160);
 static_assert(sizeof(Dataspace) == 1981648);
 static_assert(offsetof(Dataspace, outputs) == 32);
 static_assert(offsetof(Dataspace, link_mode) == 636032);
@@ -135,6 +129,10 @@ std::atomic_ref<T> shared(T& member) {
     return std::atomic_ref<T>(member);
 }
 
+// Build the name index of a list of the catalogue.
+void index_inputs(Dataspace& dataspace);
+void index_outputs(Dataspace& dataspace);
+void index_methods(Dataspace& dataspace);
 // Frees what the name index has allocated beside the dataspace.
 void release_name_index(Dataspace& dataspace);
 

@@ -2,36 +2,21 @@
 
 #include <cstdio>
 
-#include "client/cancellable_wait.h"
 #include "client/vexo.h"
-#include "net/exchange_socket.h"
 
 namespace vexo {
 
-namespace {
-
-constexpr int kNoTimeout = -1;
-
-}  // namespace
-
-MessageWriter begin_request(Dataspace& dataspace, char type) {
-    return {dataspace.request, sizeof dataspace.request, type};
+int32_t request(Caller caller, const Registration& handle, wire::MessageWriter message,
+                Purpose purpose) {
+    if (transfer_failed(caller, transfer(handle, message, purpose))) {
+        return VEXO_ERROR_TRANSPORT;
+    }
+    return examine_status(caller, wire::reply_status(response(*handle)));
 }
 
-MessageReader reply_payload(const Dataspace& dataspace) {
-    return {dataspace.response, sizeof dataspace.response, kReplyPayload};
-}
-
-int receive_reply(const Registration& handle, int socket, uint8_t* buffer, unsigned capacity) {
-    return wait_cancellable({handle, handle.hold()},
-                            [&] { return socket_recv(socket, buffer, capacity, kNoTimeout); });
-}
-
-Transfer transfer(const Registration& handle, int socket, MessageWriter& message) {
-    const auto length = static_cast<unsigned>(message.finish());
-    const int sent = socket_send(socket, handle->request, length);
-    const int received = receive_reply(handle, socket, handle->response, kReadSize);
-    return {sent, received};
+Transfer transfer(const Registration& handle, wire::MessageWriter message, Purpose purpose) {
+    const long sent = send_message(*handle, purpose, message.finish());
+    return {sent, receive_reply(handle, purpose, std::span(handle->response).first(kReadSize))};
 }
 
 bool transfer_failed(Caller caller, Transfer result) {
@@ -39,10 +24,10 @@ bool transfer_failed(Caller caller, Transfer result) {
         report(caller, "%s send error", caller.function);
         return true;
     }
-    if (result.received <= 0) {
+    if (result.received.failed) {
         char printed[128];
         std::snprintf(printed, sizeof printed, "%s recv error", caller.function);
-        report_as(caller, printed, "%s recv error: %d", caller.function, result.received);
+        report_as(caller, printed, "%s recv error: %d", caller.function, result.received.result);
         return true;
     }
     return false;
@@ -53,13 +38,6 @@ int32_t examine_status(Caller caller, int32_t status) {
         report(caller, "%s Error: %d", caller.function, status);
     }
     return status;
-}
-
-int32_t request(Caller caller, const Registration& handle, int socket, MessageWriter& message) {
-    if (transfer_failed(caller, transfer(handle, socket, message))) {
-        return VEXO_ERROR_TRANSPORT;
-    }
-    return examine_status(caller, handle->response[kStatusOffset]);
 }
 
 }  // namespace vexo

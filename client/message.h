@@ -1,65 +1,52 @@
-// Messages on the wire: a bounded writer that builds them in place, and a bounded reader that takes
-// them apart. All multi-byte fields are little-endian.
+// The one way of a message: it is built in the handle's request buffer, goes out over TCP or in a
+// raw frame, and its answer comes into the response buffer.
 #ifndef CLIENT_MESSAGE_H
 #define CLIENT_MESSAGE_H
 
-#include <cstddef>
-#include <cstdint>
+#include <span>
+
+#include "client/cancellable_wait.h"
+#include "client/registry.h"
+#include "wire/message.h"
 
 namespace vexo {
 
-constexpr size_t kMessageHeader = 3;  // u16 total length, u8 type letter
-constexpr size_t kStatusOffset = 3;   // in a reply
-constexpr size_t kReplyPayload = 7;   // where a reply's payload begins
+constexpr size_t kReadSize = 1400;  // the most that one receive asks for
 
-uint16_t read_u16(const uint8_t* bytes);
-
-// Builds one message. What does not fit is dropped, and the length word says what is there.
-class MessageWriter {
-public:
-    MessageWriter(uint8_t* buffer, size_t capacity, char type);
-
-    MessageWriter& u8(uint8_t value);
-    MessageWriter& u16(uint16_t value);
-    MessageWriter& u32(uint32_t value);
-    MessageWriter& u64(uint64_t value);
-    MessageWriter& f64(double value);
-    MessageWriter& bytes(const void* data, size_t count);
-    // Takes bytes into the message that the buffer happens to hold.
-    MessageWriter& skip(size_t count);
-
-    // Puts the length word in place and returns the length.
-    size_t finish();
-
-private:
-    MessageWriter& little_endian(uint64_t value, size_t width);
-
-    uint8_t* buffer_;
-    size_t capacity_;
-    size_t size_ = kMessageHeader;
+// What a message is for. Which way it goes depends on that and on the negotiated version.
+enum class Purpose {
+    request,          // port 2295
+    control_request,  // port 2297
+    input_package,    // port 2295, or a frame
+    set_point,        // port 2297, or a frame
 };
 
-// Reads one after another; beyond the end everything is zero.
-class MessageReader {
-public:
-    MessageReader(const uint8_t* buffer, size_t size, size_t position)
-        : buffer_(buffer), size_(size), position_(position) {}
+// Where a message is built: in the request buffer, behind room for a frame's header where there is
+// to be one. Empty when the raw endpoint has none to give, which is reported.
+std::span<uint8_t> begin_message(Caller caller, Dataspace& dataspace, Purpose purpose);
 
-    uint8_t u8();
-    uint16_t u16();
-    uint32_t u32();
-    uint64_t u64();
-    // Copies at most `capacity` of the next `count` bytes, and moves on by `count`. Returns how
-    // many bytes were copied.
-    size_t bytes(void* to, size_t capacity, size_t count);
+// Sends the message that was built there. Returns a negative number on a failure.
+long send_message(Dataspace& dataspace, Purpose purpose, std::span<const uint8_t> message);
 
-private:
-    uint64_t little_endian(size_t width);
-
-    const uint8_t* buffer_;
-    size_t size_;
-    size_t position_;
+// What a receive gave: as socket_recv(), or the length word of a frame's message.
+struct Received {
+    int result;
+    bool failed;  // a connection that the controller has closed is a failure, too
 };
+
+// Receives up to `into.size()` bytes that answer a request, without a time limit. `into` is in the
+// response buffer.
+Received receive_reply(const Registration& handle, Purpose purpose, std::span<uint8_t> into);
+
+// Receives the acknowledgement of a set-point: over TCP within 5 ms; from a frame whenever it comes
+// or the handle ends, unless none was agreed.
+Received receive_acknowledgement(const HeldWhileWaiting& held);
+
+// The response buffer, to its end and not to that of what was received: a short reply is not
+// detected, and what the buffer held before shows through.
+inline std::span<const uint8_t> response(const Dataspace& dataspace) {
+    return dataspace.response;
+}
 
 }  // namespace vexo
 

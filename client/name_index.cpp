@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "client/records.h"
 #include "client/registry.h"
+#include "client/vexo.h"
 
 using namespace vexo;
 
@@ -36,16 +38,31 @@ unsigned hash_of(const char* name, size_t length) {
 #undef HASH_FUNCTION
 #define HASH_FUNCTION(name, length, hash) hash = hash_of(name, length)
 
+#include <uthash.h>
+
 // Room for a robot's catalogue: each doubling would touch all nodes again.
 #undef HASH_INITIAL_NUM_BUCKETS
 #undef HASH_INITIAL_NUM_BUCKETS_LOG2
 #define HASH_INITIAL_NUM_BUCKETS 1024U
 #define HASH_INITIAL_NUM_BUCKETS_LOG2 10U
 
+}  // namespace
+
+struct vexo::NameNode {
+    char name[kNameSize];
+    int32_t row;
+    UT_hash_handle hh;
+};
+static_assert(sizeof(UT_hash_handle) == 56);
+static_assert(sizeof(NameNode) == sizeof(NameNodeRoom));
+static_assert(alignof(NameNode) <= alignof(NameNodeRoom));
+
+namespace {
+
 // One of the three tables of a handle.
 struct NameTable {
     NameNode*& head;
-    NameNode* pool;
+    NameNodeRoom* pool;
     uint32_t pool_size;
     uint32_t& used;
     size_t row_size;   // distance of the catalogue's rows
@@ -80,8 +97,7 @@ void drop(NameTable& table) {
 }
 
 void add(NameTable& table, std::string_view name, int32_t row) {
-    NameNode* node = &table.pool[table.used++];
-    std::memset(node, 0, sizeof *node);
+    auto* node = new (&table.pool[table.used++]) NameNode{};
     std::memcpy(node->name, name.data(), name.size());
     node->row = row;
     // Of the characters where they come from: those in the node are still on their way to memory.
@@ -89,12 +105,7 @@ void add(NameTable& table, std::string_view name, int32_t row) {
     HASH_ADD_KEYPTR_BYHASHVALUE(hh, table.head, node->name, name.size(), hash, node);
 }
 
-int32_t build(Caller caller, TableOf table_of, int32_t count, const void* rows) {
-    const Registration found(caller, report_missing);
-    if (!found) {
-        return -1;
-    }
-    NameTable table = table_of(*found);
+void build(Caller caller, NameTable table, int32_t count, const void* rows) {
     drop(table);
     const char* row_name = static_cast<const char*>(rows);
     for (int32_t row = 0; row < count; ++row, row_name += table.row_size) {
@@ -108,6 +119,14 @@ int32_t build(Caller caller, TableOf table_of, int32_t count, const void* rows) 
         }
         add(table, name, row);
     }
+}
+
+int32_t build_for(Caller caller, TableOf table_of, int32_t count, const void* rows) {
+    const Registration found(caller, report_missing);
+    if (!found) {
+        return -1;
+    }
+    build(caller, table_of(*found), count, rows);
     return 0;
 }
 
@@ -177,16 +196,31 @@ void vexo::release_name_index(Dataspace& dataspace) {
     }
 }
 
+void vexo::index_inputs(Dataspace& d) {
+    build({d.handle, "build_input_hash"}, input_table(d), static_cast<int32_t>(d.input_count),
+          d.inputs);
+}
+
+void vexo::index_outputs(Dataspace& d) {
+    build({d.handle, "build_output_hash"}, output_table(d), static_cast<int32_t>(d.output_count),
+          d.outputs);
+}
+
+void vexo::index_methods(Dataspace& d) {
+    build({d.handle, "build_method_hash"}, method_table(d), static_cast<int32_t>(d.method_count),
+          d.methods);
+}
+
 int32_t build_input_hash(uint32_t handle, int32_t count, const void* rows) {
-    return build({handle, __func__}, input_table, count, rows);
+    return build_for({handle, __func__}, input_table, count, rows);
 }
 
 int32_t build_output_hash(uint32_t handle, int32_t count, const void* rows) {
-    return build({handle, __func__}, output_table, count, rows);
+    return build_for({handle, __func__}, output_table, count, rows);
 }
 
 int32_t build_method_hash(uint32_t handle, int32_t count, const void* rows) {
-    return build({handle, __func__}, method_table, count, rows);
+    return build_for({handle, __func__}, method_table, count, rows);
 }
 
 int32_t reset_all_hashes(uint32_t handle) {
@@ -235,4 +269,15 @@ int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* r
     }
     std::free(block);
     return count;
+}
+
+int32_t build_all_hashes(uint32_t handle) {
+    const Registration found = find_or_report_not_found({handle, __func__});
+    if (!found) {
+        return -1;
+    }
+    index_inputs(*found);
+    index_outputs(*found);
+    index_methods(*found);
+    return 0;
 }

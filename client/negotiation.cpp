@@ -1,35 +1,31 @@
 // Negotiates the protocol version, and with it the data path.
-#include <cstring>
+#include "wire/negotiation.h"
+
+#include <algorithm>
 
 #include "client/exchange.h"
-#include "client/registry.h"
 #include "client/vexo.h"
 #include "net/raw_socket.h"
+#include "wire/catalogue.h"
 
 using namespace vexo;
 
 namespace {
 
-constexpr uint32_t kSmallPage = 10;
-
-// Puts the settings of `mode` in place and returns the version word to ask for.
-uint64_t choose_path(Dataspace& dataspace, int64_t mode, uint32_t nack) {
-    auto word = static_cast<uint64_t>(mode);
-    const bool raw = mode > 2;
+// Puts the settings of `mode` in place.
+void choose_path(Dataspace& dataspace, int64_t mode, uint32_t nack) {
+    const bool raw = wire::asks_for_frames(mode);
     shared(dataspace.link_mode).store(raw ? kLinkRaw : kLinkTcp, std::memory_order_relaxed);
-    dataspace.page_size = mode > 1 ? VEXO_PAGE_ROWS : kSmallPage;
+    dataspace.page_size = mode > 1 ? wire::kLargePage : wire::kSmallPage;
     if (raw) {
         dataspace.nack = nack != 0 ? 1 : 0;
-        word |= kVersionRaw;
-        word |= nack != 0 ? kVersionNack : 0;
     }
-    return word;
 }
 
 // Raw frames go to the address that the reply gives.
 void learn_controller_mac(Caller caller, Dataspace& dataspace) {
     uint8_t* mac = dataspace.controller_mac;
-    reply_payload(dataspace).bytes(mac, kMacSize, kMacSize);
+    std::ranges::copy(wire::controller_mac(response(dataspace)), mac);
     socket_raw_set_dstmac(dataspace.raw_socket, mac);
     report(caller, "dstmac: %02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4],
            mac[5]);
@@ -43,19 +39,17 @@ int32_t vexo_protocol_version_request(uint32_t handle, int64_t mode, uint32_t na
     if (!found) {
         return -1;
     }
-    const uint64_t word = choose_path(*found, mode, nack);
-    const bool raw = (word & kVersionRaw) != 0;
-    MessageWriter message = begin_request(*found, 'V');
-    message.u64(word);
-    if (raw) {
-        message.bytes(found->host_mac, kMacSize);
-    }
-    if (transfer_failed(caller, transfer(found, found->io_socket, message))) {
+    choose_path(*found, mode, nack);
+    const uint64_t word = wire::version_word(mode, nack != 0);
+    const wire::MessageWriter message = wire::negotiation_request(
+        begin_message(caller, *found, Purpose::request), word, std::to_array(found->host_mac));
+    if (transfer_failed(caller, transfer(found, message))) {
         return VEXO_ERROR_TRANSPORT;
     }
-    const int32_t status = examine_status(caller, found->response[kStatusOffset]);
+    // A refused version counts as negotiated all the same.
+    const int32_t status = examine_status(caller, wire::reply_status(response(*found)));
     found->version_word = static_cast<uint32_t>(word);
-    if (raw) {
+    if ((word & wire::kVersionRaw) != 0) {
         learn_controller_mac(caller, *found);
     }
     for (const uint32_t log_of : {handle, 0u}) {

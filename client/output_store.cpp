@@ -41,42 +41,42 @@ uint32_t settled(const StoreSequence& sequence) {
     }
 }
 
-void copy_store(const Dataspace& dataspace, uint8_t* buffer, uint32_t size) {
-    size_t length = racing_u16(dataspace.output_store);
-    if (size < length) {
-        length = size > 0 ? size - 1 : 0;
+void copy_store(std::span<const uint8_t> store, std::span<uint8_t> buffer) {
+    size_t length = racing_u16(store.data());
+    if (buffer.size() < length) {
+        length = buffer.empty() ? 0 : buffer.size() - 1;
     }
-    length = std::min(length, sizeof dataspace.output_store);
-    racing_copy(buffer, dataspace.output_store, length);
+    racing_copy(buffer.data(), store.data(), std::min(length, store.size()));
 }
 
 }  // namespace
 
-void store_claimed(uint8_t (&buffer)[kBufferSize], std::span<const uint8_t> bytes, size_t claimed) {
-    const size_t size = std::min(bytes.size(), sizeof buffer);
-    racing_copy(buffer, bytes.data(), size);
-    if (size < std::min(claimed, sizeof buffer)) {
-        racing_clear(buffer + size, std::min(claimed, sizeof buffer) - size);
+void store_claimed(Store buffer, std::span<const uint8_t> bytes, size_t claimed) {
+    const size_t size = std::min(bytes.size(), buffer.size());
+    const size_t end = std::min(claimed, buffer.size());
+    racing_copy(buffer.data(), bytes.data(), size);
+    if (size < end) {
+        racing_clear(buffer.data() + size, end - size);
     }
 }
 
-void show_package(Dataspace& dataspace, StoreSequence& sequence, std::span<const uint8_t> bytes,
+void show_package(Store store, StoreSequence& sequence, std::span<const uint8_t> bytes,
                   size_t claimed) {
     const Writing writing(sequence);
-    store_claimed(dataspace.output_store, bytes, claimed);
+    store_claimed(store, bytes, claimed);
 }
 
-void clear_store(Dataspace& dataspace, StoreSequence& sequence) {
+void clear_store(Store store, StoreSequence& sequence) {
     const Writing writing(sequence);
-    racing_clear(dataspace.output_store, sizeof dataspace.output_store);
+    racing_clear(store.data(), store.size());
 }
 
-void read_package(const Dataspace& dataspace, const StoreSequence& sequence, uint8_t* buffer,
-                  uint32_t size) {
+void read_package(std::span<const uint8_t> store, const StoreSequence& sequence,
+                  std::span<uint8_t> buffer) {
     uint32_t before = 0;
     do {
         before = settled(sequence);
-        copy_store(dataspace, buffer, size);
+        copy_store(store, buffer);
     } while (sequence.load(std::memory_order_relaxed) != before);
 }
 

@@ -84,6 +84,7 @@ public:
         for (uint32_t i = 0; i < count_; ++i) {
             HandleState* handle = find_live_state(streams_[i].handle());
             if (handle == nullptr) {
+                // Printed with two dashes, logged with three.
                 report_as({0, "receive_thread"}, "vexo_thread--VexoHandle not found",
                           "vexo_thread---VexoHandle not found");
                 return false;

@@ -10,18 +10,18 @@
 #include <utility>
 
 #include "base/racing_copy.h"
-#include "client/message.h"
 #include "log/report.h"
 #include "net/error_description.h"
 #include "net/raw_endpoint.h"
+#include "wire/message.h"
 
 namespace vexo {
+
+void (*package_observer)(uint32_t handle, std::span<const uint8_t> package);
 
 namespace {
 
 constexpr size_t kFrameSize = 1440;
-constexpr uint8_t kOutputFrame = 144;
-constexpr uint8_t kReplyFrame = 146;
 // So many frames at most are passed over at a stretch, so that one busy link cannot hold up the
 // others.
 constexpr int kFramesPerPass = 64;
@@ -39,7 +39,7 @@ int64_t now_milliseconds() {
 void ReceivedStream::serve(HandleState& handle, pollfd& polled) {
     if (shared(handle.dataspace()->streaming).load(std::memory_order_acquire) != kStarted) {
         if (!cleared_) {
-            clear_store(*handle.dataspace(), handle.store_sequence);
+            clear_store(handle.dataspace()->output_store, handle.store_sequence);
             cleared_ = true;
         }
         polled.fd = -1;
@@ -72,7 +72,7 @@ void ReceivedStream::serve_tcp(HandleState& handle, pollfd& polled) {
         receive_bytes(socket, packages);
     }
     for (auto package = packages.next(length); !package.empty(); package = packages.next(length)) {
-        show_package(*handle.dataspace(), handle.store_sequence, package, read_u16(package.data()));
+        show(handle, package, wire::message_length(package));
     }
     polled.fd = resting() || length == 0 ? -1 : socket;
 }
@@ -136,15 +136,25 @@ void ReceivedStream::receive_frames(HandleState& handle) {
 // received. What is missing of it counts as zero: even an empty reply is one that somebody awaits.
 void ReceivedStream::take_frame(HandleState& handle, uint8_t code,
                                 std::span<const uint8_t> payload) {
-    uint8_t length_word[2] = {};
-    std::memcpy(length_word, payload.data(), std::min(payload.size(), sizeof length_word));
-    const size_t claimed = read_u16(length_word);
+    const size_t claimed = wire::message_length(payload);
     const auto brought = payload.first(std::min(claimed, payload.size()));
-    if (code == kOutputFrame) {
-        show_package(*handle.dataspace(), handle.store_sequence, brought, claimed);
-    } else if (code == kReplyFrame) {
-        store_claimed(handle.dataspace()->response, brought, claimed);
-        sem_post(&handle.dataspace()->reply);
+    switch (static_cast<wire::FrameCode>(code)) {
+        case wire::FrameCode::output_package:
+            show(handle, brought, claimed);
+            break;
+        case wire::FrameCode::set_point:
+            store_claimed(handle.dataspace()->response, brought, claimed);
+            sem_post(&handle.dataspace()->reply);
+            break;
+        default:
+            break;
+    }
+}
+
+void ReceivedStream::show(HandleState& handle, std::span<const uint8_t> package, size_t claimed) {
+    show_package(handle.dataspace()->output_store, handle.store_sequence, package, claimed);
+    if (package_observer != nullptr) {
+        package_observer(handle_, package);
     }
 }
 

@@ -8,6 +8,10 @@
 
 namespace vexo {
 
+// Told of each package that is shown, if there is one; for soak/, which follows them. Set before
+// the receive thread starts.
+extern void (*package_observer)(uint32_t handle, std::span<const uint8_t> package);
+
 class ReceivedStream {
 public:
     // How long the thread waits at most before it looks at the handles again.
@@ -27,6 +31,7 @@ private:
     void serve_raw(HandleState& handle, pollfd& polled);
     void receive_frames(HandleState& handle);
     void take_frame(HandleState& handle, uint8_t code, std::span<const uint8_t> payload);
+    void show(HandleState& handle, std::span<const uint8_t> package, size_t claimed);
     // After a failure the link is left alone for a while: a closed one is always ready, and must
     // cost no more than a silent one.
     void rest();

@@ -2,26 +2,27 @@
 #include <algorithm>
 
 #include "client/exchange.h"
-#include "client/registry.h"
 #include "client/vexo.h"
+#include "wire/package.h"
+#include "wire/recipe.h"
+#include "wire/value_type.h"
 
 using namespace vexo;
 
 namespace {
 
-constexpr uint32_t kPackageHeader = 4;
 constexpr int kReceiveLength = 1400;  // the limit that the input warning names
 
 // Collects the rows of a recipe: their ids in the request, their widths in a recipe table.
 class RecipeBuilder {
 public:
-    explicit RecipeBuilder(MessageWriter& message) : message_(message) {}
+    explicit RecipeBuilder(wire::MessageWriter& message) : message_(message) {}
 
     // `entry` is null for a row outside the catalogue, which counts as an empty row.
     void add(const VariableEntry* entry, RecipePosition* table, uint32_t positions) {
         static constexpr VariableEntry kEmpty{};
         const VariableEntry& variable = entry != nullptr ? *entry : kEmpty;
-        const auto length = static_cast<uint8_t>(vexo_get_type_len(variable.type));
+        const auto length = static_cast<uint8_t>(wire::type_width(variable.type));
         message_.u32(variable.id);
         if (position_ < positions) {
             table[position_].type = variable.type;
@@ -35,7 +36,7 @@ public:
     uint32_t sum() const { return sum_; }
 
 private:
-    MessageWriter& message_;
+    wire::MessageWriter& message_;
     uint32_t position_ = 0;
     uint32_t sum_ = 0;
 };
@@ -82,18 +83,18 @@ bool add_rows(Caller caller, RecipeBuilder& recipe, Dataspace& dataspace, const 
     return true;
 }
 
-int32_t send_recipe(Caller caller, const Registration& handle, MessageWriter& message,
+int32_t send_recipe(Caller caller, const Registration& handle, wire::MessageWriter message,
                     uint32_t* recipe_id) {
-    const int32_t result = request(caller, handle, handle->io_socket, message);
+    const int32_t result = request(caller, handle, message);
     if (result == 0) {
-        *recipe_id = reply_payload(*handle).u8();
+        *recipe_id = wire::recipe_id(response(*handle));
     }
     return result;
 }
 
 // The length of an output package, which the limit cuts.
 uint32_t output_package_length(Caller caller, uint32_t sum) {
-    const uint32_t length = sum + kPackageHeader;
+    const uint32_t length = sum + uint32_t{wire::kPackageHeader};
     if (length <= VEXO_MAX_OUTPUT_PACKAGE) {
         return length;
     }
@@ -115,10 +116,10 @@ int32_t vexo_output_setup_send(uint32_t handle, int32_t count, uint32_t* rows, u
         report_as(caller, "Error: output_vars_num < request_varnum",
                   "Error: output_vars_num(%u) < request_varnum(%d)", found->output_count, count);
     }
-    const auto entries =
-        static_cast<uint32_t>(std::clamp<int64_t>(count, 0, (kBufferSize - 9) / sizeof(uint32_t)));
-    MessageWriter message = begin_request(*found, 'O');
-    message.u32(header_word).u16(static_cast<uint16_t>(entries));
+    const std::span<uint8_t> room = begin_message(caller, *found, Purpose::request);
+    const auto most = static_cast<int32_t>(wire::output_recipe_room(room.size()));
+    const auto entries = static_cast<uint16_t>(std::clamp(count, 0, most));
+    wire::MessageWriter message = wire::output_recipe_request(room, header_word, entries);
     RecipeBuilder recipe(message);
     if (!add_rows(caller, recipe, *found, rows, entries, add_output_or_echoed_input)) {
         return VEXO_ERROR_NOT_FOUND;
@@ -140,8 +141,8 @@ int32_t vexo_input_setup_send(uint32_t handle, int32_t count, int32_t* rows, uin
                   "Error: input_vars_num(%u) < varnum(%d)", found->input_count, entries);
         return -1;
     }
-    MessageWriter message = begin_request(*found, 'I');
-    message.u16(entries);
+    wire::MessageWriter message =
+        wire::input_recipe_request(begin_message(caller, *found, Purpose::request), entries);
     RecipeBuilder recipe(message);
     if (!add_rows(caller, recipe, *found, reinterpret_cast<const uint32_t*>(rows), entries,
                   add_input)) {

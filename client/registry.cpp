@@ -7,7 +7,6 @@
 
 #include "client/vexo.h"
 
-const char* VEXO_SDK_Version = "1.1.8";
 VexoHandleSlot VexoHandleData[VEXO_MAX_HANDLES];
 uint32_t VexoHandlelist[1 + VEXO_MAX_HANDLES];
 int32_t VexoHandleData_num;
@@ -161,15 +160,6 @@ void drop_last_slot() {
 
 using namespace vexo;
 
-int32_t vexo_get_SDK_Version(uint8_t* buffer) {
-    if (buffer == nullptr) {
-        return -1;
-    }
-    std::memcpy(buffer, VEXO_SDK_Version, std::strlen(VEXO_SDK_Version));
-    record({0, __func__}, "VEXO_SDK_Version: %s", VEXO_SDK_Version);
-    return 0;
-}
-
 int32_t vexo_create_handle(uint32_t* handle, const char* ip) {
     if (VexoHandleData_num >= VEXO_MAX_HANDLES) {
         report({0, __func__}, "VexoHandleData_num is full");
@@ -177,6 +167,7 @@ int32_t vexo_create_handle(uint32_t* handle, const char* ip) {
     }
     const int index = visible_slots();
     const uint32_t number = make_free_number(ip);
+    // In the list before there is memory: a number that gets none stays there, uncounted.
     VexoHandlelist[1 + index] = number;
     Dataspace* dataspace = allocate_dataspace();
     HandleState* state = dataspace != nullptr ? free_state(index) : nullptr;

@@ -62,7 +62,7 @@ VEXO_C_BEGIN
 
 /* ---- The process-wide state, for inspection ------------------------------------------------- */
 
-/* "1.1.8". */
+/* The version of the library, such as "1.1.8". */
 extern VEXO_API const char* VEXO_SDK_Version;
 
 /* The registered handles in the order of their creation; the first VexoHandleData_num count. */
@@ -93,7 +93,7 @@ extern VEXO_API pthread_mutex_t base_servoj_mutex;
 
 /*
  * Copies the 5 characters of the library's version, without a final zero, to `buffer` (5 bytes or
- * more), and logs "VEXO_SDK_Version: 1.1.8" under handle 0.
+ * more), and logs "VEXO_SDK_Version: <version>" under handle 0.
  * Returns 0, or -1 for a null buffer (nothing is logged).
  */
 VEXO_API int32_t vexo_get_SDK_Version(uint8_t* buffer);

@@ -6,7 +6,8 @@
 
 #include <algorithm>
 
-#include "client/output_store.h"
+#include "client/received_stream.h"
+#include "client/vexo.h"
 
 extern "C" int __real_poll(pollfd* polled, nfds_t count, int timeout);
 extern "C" ssize_t __real_recv(int fd, void* buffer, size_t size, int flags);
@@ -27,6 +28,11 @@ struct {
     Nanoseconds in_kernel;    // when what was received last came
     std::array<bool, 1024> stamped;
 } thread;
+
+bool on_receive_thread() {
+    return peer != nullptr && recv_thread_init_ok != 0 &&
+           pthread_equal(pthread_self(), th_receive) != 0;
+}
 
 Nanoseconds busy_time() {
     return time_of(CLOCK_THREAD_CPUTIME_ID);
@@ -105,16 +111,17 @@ void remember(Arrivals& arrivals, const Package& content) {
     stored.counter.store(content.counter, std::memory_order_release);
 }
 
-void note(uint32_t handle, const uint8_t* package, size_t size) {
+void note(uint32_t handle, std::span<const uint8_t> bytes) {
     const auto found = std::find(handles.begin(), handles.end(), handle);
-    if (peer == nullptr || found == handles.end() || size < Package::header + sizeof(Package)) {
+    if (peer == nullptr || found == handles.end() ||
+        bytes.size() < Package::header + sizeof(Package)) {
         return;
     }
     const auto controller = static_cast<size_t>(found - handles.begin());
     Arrivals& arrivals = all_arrivals[controller];
-    const Package content = Package::read(package);
+    const Package content = Package::read(bytes.data());
     count(arrivals.stored);
-    if (!as_sent(controller, content, package, size)) {
+    if (!as_sent(controller, content, bytes.data(), bytes.size())) {
         count(arrivals.altered);
         return;
     }
@@ -128,6 +135,7 @@ void note(uint32_t handle, const uint8_t* package, size_t size) {
 void watch(const std::array<uint32_t, kHandles>& of, const PeerRecord& record) {
     handles = of;
     peer = &record;
+    vexo::package_observer = note;
 }
 
 const Arrivals& arrivals(size_t controller) {
@@ -139,7 +147,7 @@ const Arrivals& arrivals(size_t controller) {
 using namespace soak;
 
 extern "C" int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
-    if (peer == nullptr) {  // not the receive thread: this is a controller's
+    if (!on_receive_thread()) {
         return __real_poll(polled, count, timeout);
     }
     thread.waiting_since = now();
@@ -150,24 +158,6 @@ extern "C" int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
 }
 
 extern "C" ssize_t __wrap_recv(int fd, void* buffer, size_t size, int flags) {
-    // Only the receive thread does not wait.
-    return peer != nullptr && flags == MSG_DONTWAIT ? receive_with_stamp(fd, buffer, size, flags)
-                                                    : __real_recv(fd, buffer, size, flags);
+    return on_receive_thread() ? receive_with_stamp(fd, buffer, size, flags)
+                               : __real_recv(fd, buffer, size, flags);
 }
-
-namespace vexo {
-
-void real_show_package(
-    Dataspace& dataspace, StoreSequence& sequence, const uint8_t* package,
-    size_t size) __asm__("__real__ZN4vexo12show_packageERNS_9DataspaceERSt6atomicIjEPKhm");
-void wrapped_show_package(
-    Dataspace& dataspace, StoreSequence& sequence, const uint8_t* package,
-    size_t size) __asm__("__wrap__ZN4vexo12show_packageERNS_9DataspaceERSt6atomicIjEPKhm");
-
-void wrapped_show_package(Dataspace& dataspace, StoreSequence& sequence, const uint8_t* package,
-                          size_t size) {
-    real_show_package(dataspace, sequence, package, size);
-    note(dataspace.handle, package, size);
-}
-
-}  // namespace vexo

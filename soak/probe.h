@@ -1,6 +1,5 @@
 // Watches the library's receive thread from the inside: when it waits, when it is woken, and every
-// package that it stores. The program links with --wrap for poll, recv and the library's
-// show_package().
+// package that it stores. The program links with --wrap for poll and recv.
 #ifndef SOAK_PROBE_H
 #define SOAK_PROBE_H
 

@@ -6,7 +6,7 @@ namespace vexo::wire {
 
 uint64_t version_word(int64_t mode, bool nack) {
     const auto word = static_cast<uint64_t>(mode);
-    if (mode <= 2) {
+    if (!asks_for_frames(mode)) {
         return word;
     }
     return word | kVersionRaw | (nack ? kVersionNack : 0);

@@ -6,6 +6,11 @@
 
 namespace vexo::wire {
 
+// Whether `mode` asks for cyclic data in raw frames.
+constexpr bool asks_for_frames(int64_t mode) {
+    return mode > 2;
+}
+
 // The version word that asks for `mode`. From 3 on cyclic data goes in raw frames, and only there
 // `nack` has a meaning. A negative mode has all flags set by its sign, that of raw frames included.
 uint64_t version_word(int64_t mode, bool nack);
