@@ -104,7 +104,7 @@ TEST(Teardown, CompletesWhenACloseFails) {
     Session session;
     OutputCapture output;
     session.connect();
-    uint8_t* sockets = session.dataspace() + 1021476;
+    uint8_t* sockets = session.dataspace() + kIoSocketOffset;
     const uint32_t real[3] = {read_u32(sockets), read_u32(sockets + 4), read_u32(sockets + 8)};
     for (int i = 0; i < 3; ++i) {
         write_u32(sockets + 4 * i, static_cast<uint32_t>(-1));

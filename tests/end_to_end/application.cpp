@@ -42,10 +42,6 @@ void put_something_at_descriptor_zero() {
     }
 }
 
-std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
-    return out << outcome.result << ", printing \"" << outcome.printed << '"';
-}
-
 Application::Application(const std::string& controller) : address(controller) {
     EXPECT_EQ(vexo_create_handle(&handle, address.c_str()), 0);
 }

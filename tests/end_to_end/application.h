@@ -10,13 +10,9 @@
 
 #include "sim/simulator.h"
 #include "tests/client/client_fixture.h"
+#include "tests/support/outcome.h"
 
 namespace test {
-
-constexpr size_t kIoSocketOffset = 1021476;
-constexpr size_t kReceiveSocketOffset = kIoSocketOffset + 4;
-constexpr size_t kControlSocketOffset = kIoSocketOffset + 8;
-constexpr size_t kRawSocketOffset = kIoSocketOffset + 12;
 
 // The options, on the loopback address of that number.
 sim::Options on_loopback(int number = 1, sim::Options options = {});
@@ -43,22 +39,6 @@ std::string path_name(const ::testing::TestParamInfo<Path>& path);
 
 // The end of a handle on the raw path closes this descriptor.
 void put_something_at_descriptor_zero();
-
-// What a call returned, and what it printed meanwhile.
-struct Outcome {
-    int32_t result;
-    std::string printed;
-
-    bool operator==(const Outcome&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const Outcome& outcome);
-
-template <typename Call>
-Outcome outcome_of(Call call) {
-    OutputCapture output;
-    const int32_t result = call();
-    return {result, output.text()};
-}
 
 // A latest package, as vexo_ouput_data_receive() gave it.
 struct Package {

@@ -23,8 +23,8 @@ int unused_port() {
 
 TEST(SocketConnect, MakesABlockingSocketThatGivesUpAfterTwoSyns) {
     const TcpLink link;
-    const Outcome outcome =
-        outcome_of([&] { return socket_connect(own_loopback().c_str(), port_of(link.listener)); });
+    const Account outcome =
+        account_of([&] { return socket_connect(own_loopback().c_str(), port_of(link.listener)); });
     const int fd = outcome.result;
     ASSERT_GE(fd, 0);
     expect_silence(outcome);
@@ -49,8 +49,8 @@ TEST(SocketConnect, ReportsARefusedConnection) {
     const int port = unused_port();
     const std::set<int> before = open_descriptors();
     const char* const description = socket_get_error_desc(0);
-    const Outcome outcome =
-        outcome_of([=] { return socket_connect(own_loopback().c_str(), port); });
+    const Account outcome =
+        account_of([=] { return socket_connect(own_loopback().c_str(), port); });
     expect_failure(outcome, "socket_connect",
                    "Connection failed - Connection refused (errno: 111)");
     EXPECT_EQ(outcome.error, ECONNREFUSED);
@@ -61,7 +61,7 @@ TEST(SocketConnect, ReportsARefusedConnection) {
 // Neither the print nor the log may change what the other one or the caller sees.
 TEST(SocketConnect, KeepsErrnoWhenPrintingFails) {
     const int port = unused_port();
-    const Outcome outcome = outcome_of([=] {
+    const Account outcome = account_of([=] {
         std::setvbuf(stdout, nullptr, _IONBF, 0);
         const int output = dup(STDOUT_FILENO);
         const int full = open("/dev/full", O_WRONLY);
@@ -86,7 +86,7 @@ TEST(SocketConnect, ReportsAMalformedAddressWithWhateverErrnoHolds) {
     const std::set<int> before = open_descriptors();
     for (const char* address : {"300.1.1.1", "", "127.0.0", "127.0.0.1.1", "127.0.0.1 ",
                                 "localhost", "::1", "%s%n", static_cast<const char*>(nullptr)}) {
-        const Outcome outcome = outcome_of([=] { return socket_connect(address, 2297); }, ENOENT);
+        const Account outcome = account_of([=] { return socket_connect(address, 2297); }, ENOENT);
         expect_failure(outcome, "socket_connect",
                        std::string("Invalid address ") + (address == nullptr ? "" : address) +
                            " - No such file or directory (errno: 2)");
@@ -96,7 +96,7 @@ TEST(SocketConnect, ReportsAMalformedAddressWithWhateverErrnoHolds) {
 }
 
 TEST(SocketConnect, ReportsThatThereIsNoDescriptor) {
-    const Outcome outcome = outcome_of([] {
+    const Account outcome = account_of([] {
         log_write(0, "f", "opens the file");
         EXPECT_TRUE(wait_until([] { return read_file(kGeneralFile).ends_with("file\n"); }));
         rlimit saved{};

@@ -5,8 +5,9 @@
 #include <poll.h>
 
 #include "net/exchange_socket.h"
-#include "tests/log/log_files.h"
-#include "tests/net_helpers/loopback.h"
+#include "tests/support/log_files.h"
+#include "tests/support/loopback.h"
+#include "tests/support/outcome.h"
 
 namespace test {
 
@@ -39,18 +40,16 @@ struct Connection {
     int peer = -1;
 };
 
-// What a call returns, prints and logs, and the errno that it leaves.
-struct Outcome {
-    int result = 0;
+// What becomes of a call, with the errno that it leaves and what it logs.
+struct Account : Outcome {
     int error = 0;
-    std::string printed;
     std::vector<std::string> logged;
 };
 
 // The log runs for the call alone. `entry_error` is the errno that the call finds.
 template <typename Call>
-Outcome outcome_of(Call call, int entry_error = 0) {
-    Outcome outcome;
+Account account_of(Call call, int entry_error = 0) {
+    Account outcome;
     std::filesystem::remove(kGeneralFile);
     log_init();
     outcome.printed = printed_by([&] {
@@ -66,7 +65,7 @@ Outcome outcome_of(Call call, int entry_error = 0) {
 }
 
 // The call failed with -1, and printed and logged the same text under its own name.
-inline void expect_failure(const Outcome& outcome, const std::string& function,
+inline void expect_failure(const Account& outcome, const std::string& function,
                            const std::string& text) {
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.printed, text + "\n");
@@ -74,7 +73,7 @@ inline void expect_failure(const Outcome& outcome, const std::string& function,
               std::vector<std::string>{"Function:" + function + " Handle:0 " + text});
 }
 
-inline void expect_silence(const Outcome& outcome) {
+inline void expect_silence(const Account& outcome) {
     EXPECT_EQ(outcome.printed, "");
     EXPECT_TRUE(outcome.logged.empty());
 }

@@ -63,7 +63,7 @@ void PrintTo(const Transfer& transfer, std::ostream* out) {
 class SocketTransfer : public ::testing::TestWithParam<Transfer> {
 protected:
     void expect_bad_descriptor(int fd) {
-        const Outcome outcome = outcome_of([=] { return GetParam().call(fd); });
+        const Account outcome = account_of([=] { return GetParam().call(fd); });
         expect_failure(outcome, GetParam().function,
                        "Select error - Bad file descriptor (errno: 9)");
         EXPECT_EQ(outcome.error, EBADF);
@@ -83,7 +83,7 @@ TEST_P(SocketTransfer, RefusesDescriptorsThatAreNotOpen) {
 
 TEST_P(SocketTransfer, ReportsWhatTheSystemRefuses) {
     const int file = open("/dev/zero", O_RDWR);
-    const Outcome outcome = outcome_of([=] { return GetParam().call(file); });
+    const Account outcome = account_of([=] { return GetParam().call(file); });
     expect_failure(
         outcome, GetParam().function,
         std::string(GetParam().failure) + " - Socket operation on non-socket (errno: 88)");
@@ -94,7 +94,7 @@ TEST_P(SocketTransfer, ReportsWhatTheSystemRefuses) {
 TEST_P(SocketTransfer, ReportsAResetConnection) {
     Connection connection;
     connection.reset();
-    const Outcome outcome = outcome_of([&] { return GetParam().call(connection.fd); });
+    const Account outcome = account_of([&] { return GetParam().call(connection.fd); });
     expect_failure(outcome, GetParam().function,
                    std::string(GetParam().failure) + " - Connection reset by peer (errno: 104)");
     EXPECT_EQ(outcome.error, ECONNRESET);
@@ -112,8 +112,8 @@ INSTANTIATE_TEST_SUITE_P(Calls, SocketTransfer,
 TEST(SocketSend, PassesTheBytesOn) {
     const Connection connection;
     const std::vector<uint8_t> message = pattern(5000);
-    const Outcome outcome =
-        outcome_of([&] { return socket_send(connection.fd, message.data(), 5000); });
+    const Account outcome =
+        account_of([&] { return socket_send(connection.fd, message.data(), 5000); });
     EXPECT_EQ(outcome.result, 5000);
     expect_silence(outcome);
     EXPECT_EQ(read_all(connection.peer, 5000), message);
@@ -124,7 +124,7 @@ TEST(SocketSend, GivesUpAfterFiveMillisecondsWithoutRoom) {
     const Connection connection;
     const size_t filled = fill(connection.fd);
     const auto start = std::chrono::steady_clock::now();
-    const Outcome outcome = outcome_of([&] {
+    const Account outcome = account_of([&] {
         const int result = socket_send(connection.fd, "x", 1);
         EXPECT_GE(since(start), milliseconds(5));
         return result;
@@ -156,8 +156,8 @@ TEST(SocketReceive, WaitsAsLongAsToldAndEndsSilently) {
         {0, 0, 500}, {20000, 20, 900}, {1500000, 1500, 2900}};
     for (const auto& [limit, least, most] : spans) {
         const auto start = std::chrono::steady_clock::now();
-        const Outcome outcome =
-            outcome_of([&] { return socket_recv(connection.fd, &byte, 1, limit); });
+        const Account outcome =
+            account_of([&] { return socket_recv(connection.fd, &byte, 1, limit); });
         EXPECT_GE(since(start), milliseconds(least));
         EXPECT_LT(since(start), milliseconds(most));
         EXPECT_EQ(outcome.result, -2);
@@ -171,7 +171,7 @@ TEST(SocketReceive, WithoutALimitEndsWithDataAndWithAnOrderlyClose) {
         Connection connection;
         for (const int expected : {1, 0}) {
             char byte = 0;
-            const Outcome outcome = outcome_of([&] {
+            const Account outcome = account_of([&] {
                 Caller receiver([&] { return socket_recv(connection.fd, &byte, 1, limit); });
                 EXPECT_TRUE(receiver.sleeps());
                 EXPECT_FALSE(wait_until([&] { return receiver.done(); }, milliseconds(50)));

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include "tests/log/log_files.h"
+#include "tests/support/log_files.h"
 
 using namespace test;
 using ::testing::ElementsAre;

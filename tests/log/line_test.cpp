@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "tests/log/log_files.h"
+#include "tests/support/log_files.h"
 
 using namespace test;
 using ::testing::ElementsAre;

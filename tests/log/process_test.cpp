@@ -7,7 +7,7 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/log/log_files.h"
+#include "tests/support/log_files.h"
 
 using namespace test;
 using ::testing::ElementsAre;

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "net/exchange_socket.h"
-#include "tests/log/log_files.h"
+#include "tests/support/log_files.h"
 
 using namespace test;
 using ::testing::ElementsAre;

@@ -4,7 +4,7 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include "tests/log/log_files.h"
+#include "tests/support/log_files.h"
 
 using namespace test;
 using ::testing::ElementsAre;

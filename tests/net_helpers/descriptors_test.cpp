@@ -10,8 +10,8 @@
 #include "net/select.h"
 #include "net/serial.h"
 #include "net/udp.h"
-#include "tests/net_helpers/loopback.h"
 #include "tests/net_helpers/pty_pair.h"
+#include "tests/support/loopback.h"
 
 using test::PtyPair;
 using test::TcpLink;

@@ -7,7 +7,7 @@
 
 #include "net/select.h"
 #include "tests/net_helpers/interrupt.h"
-#include "tests/net_helpers/loopback.h"
+#include "tests/support/loopback.h"
 
 using test::TcpLink;
 using namespace std::chrono_literals;

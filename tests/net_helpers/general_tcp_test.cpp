@@ -11,7 +11,7 @@
 
 #include "net/tcp.h"
 #include "tests/net_helpers/interrupt.h"
-#include "tests/net_helpers/loopback.h"
+#include "tests/support/loopback.h"
 #include "tests/support/process.h"
 
 using test::own_address;
@@ -172,23 +172,6 @@ TEST(GeneralTcp, FlushDiscards1400BytesACall) {
     EXPECT_EQ(socket_tcp_select(link.client, nullptr, 0), 1);
     EXPECT_EQ(socket_tcp_flush(link.client), -1) << "the peer has closed";
     EXPECT_EQ(socket_tcp_flush(-1), -1);
-}
-
-TEST(GeneralTcp, SignalsNeitherEndNorProlongReads) {
-    TcpLink link;
-    const auto send_byte = [&] { socket_tcp_send(link.server, as_bytes("x"), 1); };
-    EXPECT_EQ(test::call_interrupted([&] { return socket_tcp_select(link.client, nullptr, 0); },
-                                     send_byte),
-              1);
-    uint8_t byte = 0;
-    EXPECT_EQ(socket_tcp_recv(link.client, &byte, 1), 1);
-    EXPECT_EQ(
-        test::call_interrupted([&] { return socket_tcp_recv(link.client, &byte, 1); }, send_byte),
-        1);
-    EXPECT_EQ(byte, 'x');
-
-    timeval limit{0, 500'000};
-    EXPECT_EQ(test::call_interrupted([&] { return socket_tcp_select(link.client, &limit, 0); }), 0);
 }
 
 TEST(GeneralTcp, WritesAddressesInDottedForm) {

@@ -5,7 +5,7 @@
 
 #include "net/tcp.h"
 #include "net/udp.h"
-#include "tests/net_helpers/loopback.h"
+#include "tests/support/loopback.h"
 
 using test::own_address;
 using test::port_of;

@@ -143,19 +143,6 @@ TEST_P(StartedTimer, CallsOncePerStartIfAskedTo) {
     EXPECT_EQ(pthread_free_timer(timer), 0);
 }
 
-TEST(SignalTimer, SharesOneHandler) {
-    static std::atomic<int> later_alarms;
-    Calls calls;
-    const int32_t first = request_signal_timer(5000, calls);
-    const int32_t second = pthread_request_timer(
-        1'000'000'000, [](int) { ++later_alarms; }, nullptr, nullptr, 0, 0, 0);
-    EXPECT_EQ(pthread_start_timer(first), 0);
-    EXPECT_TRUE(wait_until([] { return later_alarms >= 3; }));
-    EXPECT_EQ(calls.count, 0);
-    EXPECT_EQ(pthread_free_timer(first), 0);
-    EXPECT_EQ(pthread_free_timer(second), 0);
-}
-
 TEST_F(RealTimeTimer, HasAThreadOfItsOwn) {
     static size_t stack_size;
     Calls calls[2];
@@ -183,24 +170,6 @@ TEST_F(RealTimeTimer, HasAThreadOfItsOwn) {
     EXPECT_GE(stack_size, big_stack + 16384);
     if (!test::sanitized()) {
         EXPECT_EQ(stack_size, big_stack + 16384);
-    }
-}
-
-// The default action of the alarm signal would end the process.
-TEST_F(RealTimeTimer, WorksWhateverMaskItsCreatorHas) {
-    sigset_t alarm;
-    sigemptyset(&alarm);
-    sigaddset(&alarm, SIGALRM);
-    for (const int how : {SIG_UNBLOCK, SIG_BLOCK}) {
-        Calls calls;
-        pthread_sigmask(how, &alarm, nullptr);
-        const int32_t timer = request_own_thread(1000, calls);
-        sigset_t mask;
-        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-        EXPECT_EQ(sigismember(&mask, SIGALRM), how == SIG_BLOCK ? 1 : 0) << "left as it was";
-        EXPECT_EQ(pthread_start_timer(timer), 0);
-        EXPECT_TRUE(calls.goes_on());
-        EXPECT_EQ(pthread_free_timer(timer), 0);
     }
 }
 

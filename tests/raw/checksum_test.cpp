@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <random>
 
-#include "tests/raw/raw_link.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
 namespace {

@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/raw/raw_link.h"
 #include "tests/support/caller.h"
 #include "tests/support/network_namespace.h"
 #include "tests/support/process.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
 namespace {

@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <climits>
 
-#include "tests/raw/raw_link.h"
 #include "tests/support/network_namespace.h"
 #include "tests/support/process.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
 namespace {

@@ -9,9 +9,9 @@
 #include <unistd.h>
 
 #include "net/raw_instance.h"
-#include "tests/raw/raw_link.h"
 #include "tests/support/network_namespace.h"
 #include "tests/support/process.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
 namespace {

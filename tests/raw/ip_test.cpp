@@ -4,7 +4,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "tests/raw/raw_link.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
 namespace {

@@ -9,7 +9,6 @@ using ::testing::HasSubstr;
 
 namespace {
 
-constexpr size_t kReplyTokensOffset = 1981616;
 constexpr uint32_t kHit = 4;  // the number of the package that the mishap befalls
 
 // The latest package, as far as a mishap changes it.

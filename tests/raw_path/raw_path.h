@@ -7,13 +7,9 @@
 #include <string>
 
 #include "tests/client/client_fixture.h"
-#include "tests/raw/raw_link.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
-
-// Further members of the dataspace.
-constexpr size_t kControllerMacOffset = 1981540;
-constexpr size_t kHostMacOffset = 1981546;
 
 // The client's end is host0 (02:00:00:00:00:0A), the controller's robot0 (02:00:00:00:00:0B).
 class RawPath : public RawLink {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/raw/raw_link.h"
+#include "tests/support/raw_link.h"
 
 namespace test {
 namespace {

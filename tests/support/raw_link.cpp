@@ -1,4 +1,4 @@
-#include "tests/raw/raw_link.h"
+#include "tests/support/raw_link.h"
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // The files that the log writes, as a test reads them.
-#ifndef TESTS_LOG_LOG_FILES_H
-#define TESTS_LOG_LOG_FILES_H
+#ifndef TESTS_SUPPORT_LOG_FILES_H
+#define TESTS_SUPPORT_LOG_FILES_H
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

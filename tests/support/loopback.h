@@ -1,6 +1,6 @@
 // Sockets on this process's own loopback addresses.
-#ifndef TESTS_NET_HELPERS_LOOPBACK_H
-#define TESTS_NET_HELPERS_LOOPBACK_H
+#ifndef TESTS_SUPPORT_LOOPBACK_H
+#define TESTS_SUPPORT_LOOPBACK_H
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

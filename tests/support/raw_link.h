@@ -1,6 +1,6 @@
 // A link with a fast-path instance on this side and a socket of the test on the other.
-#ifndef TESTS_RAW_RAW_LINK_H
-#define TESTS_RAW_RAW_LINK_H
+#ifndef TESTS_SUPPORT_RAW_LINK_H
+#define TESTS_SUPPORT_RAW_LINK_H
 
 #include <gtest/gtest.h>
 
