@@ -27,8 +27,8 @@ public:
     VexoSessionEvent after(uint64_t position) const;
 
 private:
-    // A VexoSessionEvent in less room. It has texts only where there are some, so that counting lost
-    // packages allocates nothing.
+    // A VexoSessionEvent in less room. It has texts only where there are some, so that counting
+    // lost packages allocates nothing.
     struct Event {
         uint32_t kind = 0;
         uint64_t number = 0;

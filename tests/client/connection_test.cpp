@@ -1,4 +1,5 @@
-// Without this a connection that fails, or an end, could leave more or less behind than is promised.
+// Without this a connection that fails, or an end, could leave more or less behind than is
+// promised.
 #include <unistd.h>
 
 #include "net/raw_socket.h"

@@ -1,5 +1,5 @@
-// Without this a request could hand out, keep or log something else than its reply says; what all of
-// them have in common is in tests/end_to_end.
+// Without this a request could hand out, keep or log something else than its reply says; what all
+// of them have in common is in tests/end_to_end.
 #include <cstring>
 
 #include "tests/client/client_fixture.h"

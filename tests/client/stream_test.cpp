@@ -1,4 +1,5 @@
-// Without this packages could be torn, late or mixed up, or the thread that receives them go astray.
+// Without this packages could be torn, late or mixed up, or the thread that receives them go
+// astray.
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -1,4 +1,5 @@
-// Without this the whole calling order of an application, from the log's start to its end, could break.
+// Without this the whole calling order of an application, from the log's start to its end, could
+// break.
 #include <functional>
 #include <optional>
 

@@ -1,4 +1,5 @@
-// Without this a reply that is wrong, late or cut off could be taken for a good one, or cost the next.
+// Without this a reply that is wrong, late or cut off could be taken for a good one, or cost the
+// next.
 #include <optional>
 
 #include "tests/end_to_end/requests.h"

@@ -1,5 +1,5 @@
-// Without this set-points or inputs could get lost or mixed beside other traffic, or the loss of a link
-// go unnoticed.
+// Without this set-points or inputs could get lost or mixed beside other traffic, or the loss of a
+// link go unnoticed.
 #include <atomic>
 #include <chrono>
 #include <thread>

@@ -1,4 +1,5 @@
-// Without this the end of a handle on the raw path could hang, touch what is freed, or close too much.
+// Without this the end of a handle on the raw path could hang, touch what is freed, or close too
+// much.
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
