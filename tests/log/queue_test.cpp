@@ -85,6 +85,9 @@ TEST(LogQueue, TakesReportsOfManyThreadsWhole) {
 
 // Printing is where a thread that reports can be cancelled.
 TEST(Report, LeavesStandardOutputToOthersWhenItsThreadIsCancelled) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer takes the frames of a cancelled thread for live ones";
+#endif
     const std::string printed = printed_by([] {
         setvbuf(stdout, nullptr, _IONBF, 0);
         for (int round = 0; round < 100; ++round) {
