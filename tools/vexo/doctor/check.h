@@ -2,6 +2,7 @@
 #ifndef TOOLS_VEXO_DOCTOR_CHECK_H
 #define TOOLS_VEXO_DOCTOR_CHECK_H
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -44,9 +45,11 @@ struct Check {
     const char* commands;  // of a shell; empty where a person has to do it
 };
 
-// By source: what the host is like, and what the way to the controller is like.
-std::vector<Check> host_checks();
-std::vector<Check> network_checks();
+// By what they look at.
+std::span<const Check> system_checks();
+std::span<const Check> processor_checks();
+std::span<const Check> port_checks();
+std::span<const Check> way_checks();
 
 struct Result {
     int id;

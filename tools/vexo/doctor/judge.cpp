@@ -115,7 +115,8 @@ const char* name_of(State state) {
 
 std::vector<Result> judge(const Facts& facts) {
     std::vector<Result> results;
-    for (const std::vector<Check>& checks : {host_checks(), network_checks()}) {
+    for (const std::span<const Check> checks :
+         {system_checks(), processor_checks(), port_checks(), way_checks()}) {
         for (const Check& check : checks) {
             results.push_back(apply(check, facts));
         }

@@ -58,6 +58,15 @@ std::string joined(const Container& items, Text text, const char* between = ", "
     return result;
 }
 
+inline bool may(const Facts& facts, int capability) {
+    return facts.process.capabilities.known() &&
+           (*facts.process.capabilities >> capability & 1) != 0;
+}
+
+inline std::vector<BusyThread> busy(const Facts& facts) {
+    return facts.run.busy_threads.known() ? *facts.run.busy_threads : std::vector<BusyThread>();
+}
+
 // How far a counter went up in the run.
 inline Fact<int64_t> grown(const Facts& facts, const std::string& counter) {
     if (facts.run.seconds <= 0) {
@@ -71,6 +80,30 @@ inline Fact<int64_t> grown(const Facts& facts, const std::string& counter) {
 inline int64_t grown_or_0(const Facts& facts, const std::string& counter) {
     const Fact<int64_t> growth = grown(facts, counter);
     return growth.known() ? *growth : 0;
+}
+
+// ---- When a check applies -----------------------------------------------------------------------
+
+inline const char* always(const Facts&) {
+    return nullptr;
+}
+
+inline const char* raw_path(const Facts& facts) {
+    return facts.purpose.path == "raw" ? nullptr : "only on the raw path";
+}
+
+inline const char* a_port(const Facts& facts) {
+    if (facts.purpose.interface.empty()) {
+        return "no port is known: name one (--interface), or a controller (-H)";
+    }
+    return facts.interface.loopback.known() && *facts.interface.loopback
+               ? "the controller is on this host"
+               : nullptr;
+}
+
+inline const char* a_controller(const Facts& facts) {
+    return facts.purpose.controller.empty() ? "no controller was named (-H), and none answers here"
+                                            : nullptr;
 }
 
 // ---- Costs --------------------------------------------------------------------------------------

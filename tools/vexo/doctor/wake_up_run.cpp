@@ -18,7 +18,6 @@ namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
 constexpr int64_t kPeriod = 1'000'000;
-constexpr int kClockReadings = 1000;
 
 int64_t now_ns() {
     timespec now{};
@@ -36,6 +35,22 @@ double percentile(const std::vector<int64_t>& sorted, double fraction) {
     const auto place =
         static_cast<size_t>(std::ceil(fraction * static_cast<double>(sorted.size())));
     return static_cast<double>(sorted[std::max<size_t>(place, 1) - 1]) / 1000;
+}
+
+WakeUps figures_of(std::vector<int64_t>& late_ns) {
+    WakeUps figures;
+    figures.count = static_cast<int64_t>(late_ns.size());
+    std::sort(late_ns.begin(), late_ns.end());
+    if (!late_ns.empty()) {
+        figures.p50_us = percentile(late_ns, 0.5);
+        figures.p99_us = percentile(late_ns, 0.99);
+        figures.p99_9_us = percentile(late_ns, 0.999);
+        figures.max_us = percentile(late_ns, 1);
+    }
+    for (const int64_t one : late_ns) {
+        figures.late_us += std::max(0.0, static_cast<double>(one) / 1000 - kWakeUpLimit);
+    }
+    return figures;
 }
 
 }  // namespace
@@ -118,23 +133,14 @@ Fact<WakeUps> WakeUpRun::finish() {
             pthread_detach(state_->thread);
         }
     }
-    WakeUps figures;
     std::vector<int64_t> late(state_->late_ns.begin(),
                               state_->late_ns.begin() + static_cast<ptrdiff_t>(state_->count));
-    figures.count = static_cast<int64_t>(late.size());
-    // Those that it still waits for count, too: it may not have run for a long time.
-    figures.missed = std::max<int64_t>(state_->missed, expected - figures.count - 2);
-    figures.missed = std::max<int64_t>(figures.missed, 0);
+    WakeUps figures = figures_of(late);
     figures.priority = state_->priority;
-    std::sort(late.begin(), late.end());
-    if (!late.empty()) {
-        figures.p50_us = percentile(late, 0.5);
-        figures.p99_us = percentile(late, 0.99);
-        figures.p99_9_us = percentile(late, 0.999);
-        figures.max_us = static_cast<double>(late.back()) / 1000;
-    }
-    for (const int64_t one : late) {
-        figures.late_us += std::max(0.0, static_cast<double>(one) / 1000 - kWakeUpLimit);
+    figures.missed = state_->missed;
+    if (late.size() < state_->late_ns.size()) {
+        // It was at work until now, or has not run for a long time: the rest is missed as well.
+        figures.missed = std::max<int64_t>(figures.missed, expected - figures.count - 2);
     }
     return figures;
 }
