@@ -34,7 +34,7 @@ VexoSessionStatistics Statistics::read() const {
 }  // namespace vexo::session
 
 extern "C" const char* vexo_session_cause_name(uint32_t cause) {
-    constexpr const char* names[VEXO_SESSION_CAUSES] = {"peer",    "wire",   "wake-up",
-                                                        "library", "reader", "peer or wire"};
-    return cause < VEXO_SESSION_CAUSES ? names[cause] : "unknown";
+    constexpr const char* kNames[VEXO_SESSION_CAUSES] = {"peer",    "wire",   "wake-up",
+                                                         "library", "reader", "peer or wire"};
+    return cause < VEXO_SESSION_CAUSES ? kNames[cause] : "unknown";
 }
