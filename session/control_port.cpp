@@ -62,10 +62,14 @@ Outcome ControlPort::await(const Manner& manner, Answer& answer) {
             --owed_;
             doubtful = true;
             statistics_.late_replies.add();
-        } else if (!wait_readable(manner.in_frame, manner.deadline)) {
-            return too_late(manner, doubtful);
-        } else if (!receive(manner.in_frame)) {
-            return Outcome::broken;
+        } else {
+            const Waited waited = wait_readable(manner.in_frame, manner.deadline);
+            if (waited == Waited::too_long) {
+                return too_late(manner, doubtful);
+            }
+            if (waited == Waited::ended || !receive(manner.in_frame)) {
+                return Outcome::broken;
+            }
         }
     }
 }
@@ -93,10 +97,10 @@ Outcome ControlPort::out_of_step() {
 
 // The socket that acknowledgements come on; with frames also the end of the connection, which a
 // packet socket does not know of.
-bool ControlPort::wait_readable(bool from_frames, Nanoseconds deadline) const {
+ControlPort::Waited ControlPort::wait_readable(bool from_frames, Nanoseconds deadline) const {
     const Nanoseconds left = deadline - monotonic_ns();
     if (left <= 0) {
-        return false;
+        return Waited::too_long;
     }
     pollfd polled[] = {
         {from_frames ? connection_->raw->descriptor() : connection_->control->descriptor(), POLLIN,
@@ -104,7 +108,10 @@ bool ControlPort::wait_readable(bool from_frames, Nanoseconds deadline) const {
         {connection_->io->descriptor(), POLLRDHUP, 0},
     };
     const timespec limit = to_timespec(left);
-    return ppoll(polled, from_frames ? 2 : 1, &limit, nullptr) != 0;
+    if (ppoll(polled, from_frames ? 2 : 1, &limit, nullptr) == 0) {
+        return Waited::too_long;
+    }
+    return polled[0].revents == 0 && polled[1].revents != 0 ? Waited::ended : Waited::readable;
 }
 
 // Takes what has come. False: the connection has ended.
@@ -113,7 +120,7 @@ bool ControlPort::receive(bool from_frames) {
         const ssize_t got = recv(connection_->raw->descriptor(), received_frame_.data(),
                                  received_frame_.size(), MSG_DONTWAIT);
         if (got < 0) {
-            return connection_->reason().code == VEXO_SESSION_OK && !connection_->io->broken();
+            return true;
         }
         const auto frame =
             wire::open_ethernet_frame(std::span(received_frame_).first(static_cast<size_t>(got)));

@@ -63,7 +63,8 @@ private:
     std::span<const uint8_t> next_reply(bool from_frames);
     std::span<const uint8_t> next_in_frames();
     void drop_owed(bool from_frames);
-    bool wait_readable(bool from_frames, Nanoseconds deadline) const;
+    enum class Waited { readable, too_long, ended };
+    Waited wait_readable(bool from_frames, Nanoseconds deadline) const;
     Outcome too_late(const Manner& manner, bool doubtful);
     Outcome out_of_step();
 

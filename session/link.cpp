@@ -77,11 +77,6 @@ Sent Link::send(std::span<const uint8_t> message) {
     return Sent::broken;
 }
 
-bool Link::broken() {
-    const std::lock_guard lock(sending_);
-    return broken_;
-}
-
 void Link::abort() {
     const std::lock_guard lock(sending_);
     broken_ = true;

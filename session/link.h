@@ -29,8 +29,6 @@ public:
     // All of a message or nothing. A message that went in part breaks the link.
     Sent send(std::span<const uint8_t> message);
 
-    bool broken();
-
     // Throws away what was not delivered yet; whoever waits on it is woken. Any thread.
     void abort();
     // Ends it; what was sent is still delivered. Any thread.

@@ -104,10 +104,7 @@ VexoSessionError Machine::prepare(const Attempt::Links& links) {
     connection_ = make<Connection>(links.io, links.control);
     connection_->version = settings.raw() ? kRawVersion : settings.mode;
     connection_->acknowledges = !settings.raw() || settings.acknowledges;
-    {
-        const std::lock_guard lock(robot_.monitor);
-        connection_->number = robot_.standing.connection + 1;
-    }
+    connection_->number = last_number_ + 1;
     Ref<RawPort> stream_port;
     if (settings.raw()) {
         connection_->raw = make<RawPort>(settings.interface.c_str());
@@ -232,6 +229,7 @@ void Machine::ping() {
 
 void Machine::stand() {
     standing_ = true;
+    last_number_ = connection_->number;
     robot_.statistics.connections.add();
     auto live = make<Live>();
     live->connection = connection_;
@@ -294,6 +292,10 @@ void Machine::cut(const VexoSessionError& cause) {
     VexoSessionError error = cause;
     if (connection_ && connection_->reason().code != VEXO_SESSION_OK) {
         error = connection_->reason();
+    }
+    // A connection that never stood may have brought packages: its number is not given again.
+    if (connection_ && receiver_.heard()) {
+        last_number_ = connection_->number;
     }
     drop_everything(false);
     tell_cut(error);

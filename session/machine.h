@@ -73,7 +73,8 @@ private:
     Asked asked_ = Asked::nothing;
     bool standing_ = false;  // everything was set up
     bool ended_ = false;
-    bool was_cut_ = false;  // it stood before
+    bool was_cut_ = false;      // it stood before
+    uint32_t last_number_ = 0;  // of the connections that are told apart
     Nanoseconds attempt_at_ = 0;
     Nanoseconds down_since_;  // the cut, or the beginning
     Nanoseconds retry_interval_ = 0;

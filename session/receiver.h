@@ -34,6 +34,8 @@ public:
     void end();
 
     bool receiving() const { return static_cast<bool>(stream_); }
+    // A package has come since it was expected.
+    bool heard() const { return receiving() && heard_; }
     // Of the latest package, or when it was first expected.
     Nanoseconds heard_at() const { return heard_at_; }
     // How long it may be silent, by its period.

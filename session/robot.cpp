@@ -87,9 +87,12 @@ void close_children(Wanted& wanted, std::vector<Handle>& children) {
 }  // namespace
 
 void Robot::close() {
+    // Rings are given back by this thread: that takes long, and others stream meanwhile.
+    Ref<Stream> stream;
     {
         const std::lock_guard lock(monitor);
         closed.store(true);
+        stream = wanted.stream;
         close_children(wanted, children);
         monitor.tell_all();
     }

@@ -220,7 +220,7 @@ typedef struct VexoSessionStatus {
     uint32_t size;
     uint32_t state;              /* a VexoSessionState */
     int64_t state_since_ns;      /* monotonic */
-    uint32_t connection;         /* how often the session has become ready: 0 never, 1, 2, ... */
+    uint32_t connection;         /* goes up whenever the session becomes ready; 0: never yet */
     uint32_t mode;               /* 1, 2, or 3 for raw, as negotiated or to be asked for */
     uint32_t catalogue_revision; /* 0 before the first; goes up when another catalogue was read */
     uint32_t outputs;            /* entries of the three lists */
