@@ -1,7 +1,7 @@
 # Target `coverage`: runs the tests, writes a page for each file of the library to report/, prints
 # what no test reaches, and fails where a layer falls short of the aim.
 
-set(VEXO_COVERAGE_LAYERS client net log os)
+set(VEXO_COVERAGE_LAYERS client net log os wire)
 set(report ${PROJECT_BINARY_DIR}/report)
 set(gcovr gcovr --root ${PROJECT_SOURCE_DIR})
 set(traced ${gcovr} --add-tracefile ${report}/data.json)
