@@ -160,7 +160,7 @@ TEST_P(FrameFault, OfAReplyHarmsNoOther) {
     EXPECT_EQ(tokens(), GetParam().tokens);
     EXPECT_EQ(behind_reply(claimed), behind);
     EXPECT_EQ(station_->app.servo(2), GetParam().status);
-    ASSERT_TRUE(passed());
+    ASSERT_TRUE(wait_until([&] { return tokens() == GetParam().tokens; })) << "its reply is there";
     EXPECT_EQ(station_->app.servo(3), 0);
     ASSERT_TRUE(passed());
     EXPECT_TRUE(wait_until([&] { return tokens() == GetParam().tokens; })) << "for good";
