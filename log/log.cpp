@@ -100,9 +100,9 @@ void after_fork_in_parent() {
     pthread_mutex_unlock(&calendar_mutex);
 }
 
-// The child has no writer: its log is empty and not started.
+// The child has no writer: its log is empty and not started. Its one thread is the one that locked.
 void after_fork_in_child() {
-    calendar_mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_unlock(&calendar_mutex);
     log_queue.renew();
     log_files.close_all();
     log_thread_runs = false;

@@ -75,7 +75,7 @@ void LogQueue::request_stop() {
 }
 
 void LogQueue::renew() {
-    mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    let_go();
     changed_ = PTHREAD_COND_INITIALIZER;
     restart();
 }
