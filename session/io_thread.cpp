@@ -191,8 +191,8 @@ void IoThread::begin_round() {
     rounds_.began_before = rounds_.began;
     rounds_.began = monotonic_ns();
     const Nanoseconds realtime = realtime_ns();
-    // How far the clocks are apart lies between these two. What is known already stays as long as it
-    // does, too: so an interruption in between turns no order of arrivals around.
+    // How far the clocks are apart lies between these two. What is known already stays as long as
+    // it does, too: so an interruption in between turns no order of arrivals around.
     const Nanoseconds least = realtime - monotonic_ns();
     const Nanoseconds most = realtime - rounds_.began;
     rounds_.realtime_ahead = std::clamp(rounds_.realtime_ahead, least, most);

@@ -12,7 +12,7 @@ inline constexpr bool kCancelledFramesStay = true;
 inline constexpr bool kCancelledFramesStay = false;
 #endif
 
-// The thread sanitizer does not see the unlocking of a thread that is cancelled in a semaphore's wait.
+// The thread sanitizer does not see what a thread unlocks that is cancelled in a semaphore's wait.
 #ifdef __SANITIZE_THREAD__
 inline constexpr bool kCancelledUnlocksAreMissed = true;
 #else
