@@ -3,12 +3,11 @@
 
 #include <algorithm>
 
+#include "tools/vexo/catalogue.h"
 #include "tools/vexo/robot.h"
 
 namespace tool {
 namespace {
-
-constexpr uint32_t kKinds[] = {VEXO_SESSION_OUTPUT, VEXO_SESSION_INPUT, VEXO_SESSION_METHOD};
 
 struct Arguments {
     std::string kind;
@@ -25,10 +24,6 @@ std::vector<std::string> type_names() {
     return names;
 }
 
-std::string list_name(uint32_t kind) {
-    return std::string(kind_name(kind)) + 's';
-}
-
 bool wanted(const VexoSessionVariable& entry, const Arguments& arguments) {
     return (arguments.kind.empty() || arguments.kind == list_name(entry.kind)) &&
            (arguments.type.empty() || arguments.type == type_of(entry)) &&
@@ -36,29 +31,10 @@ bool wanted(const VexoSessionVariable& entry, const Arguments& arguments) {
 }
 
 std::vector<VexoSessionVariable> select(VexoSession* session, const Arguments& arguments) {
-    std::vector<VexoSessionVariable> rows;
-    for (const uint32_t kind : kKinds) {
-        const std::vector<VexoSessionVariable> entries = entries_of(session, kind);
-        std::copy_if(entries.begin(), entries.end(), std::back_inserter(rows),
-                     [&](const VexoSessionVariable& entry) { return wanted(entry, arguments); });
-    }
+    std::vector<VexoSessionVariable> rows = all_entries(session);
+    std::erase_if(rows,
+                  [&](const VexoSessionVariable& entry) { return !wanted(entry, arguments); });
     return rows;
-}
-
-// As vexo-sim -c takes it.
-Json catalogue_of(const std::vector<VexoSessionVariable>& rows) {
-    Json catalogue;
-    for (const uint32_t kind : kKinds) {
-        catalogue[list_name(kind)] = Json::array();
-    }
-    for (const VexoSessionVariable& row : rows) {
-        Json entry = {{"name", row.name}, {"id", row.id}};
-        if (row.kind != VEXO_SESSION_METHOD) {
-            entry["type"] = row.type;
-        }
-        catalogue[list_name(row.kind)].push_back(entry);
-    }
-    return catalogue;
 }
 
 Json document_of(const std::vector<VexoSessionVariable>& rows) {
