@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "session/structure.h"
+#include "wire/message.h"
 
 namespace vexo::session {
 
@@ -86,6 +87,11 @@ VexoSessionError refusal(uint8_t status, const char* cause, ...) {
     va_end(values);
     error.status = status;
     return error;
+}
+
+VexoSessionError refused(std::span<const uint8_t> reply, const char* what) {
+    const uint8_t status = wire::reply_status(reply);
+    return refusal(status, "the controller refuses %s with the status %u", what, status);
 }
 
 VexoSessionError system_failure(int32_t code, const char* what, int error_number) {

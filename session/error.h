@@ -3,6 +3,7 @@
 #define SESSION_ERROR_H
 
 #include <cstdarg>
+#include <span>
 
 #include "session/session.h"
 
@@ -11,6 +12,8 @@ namespace vexo::session {
 // A failure with the remedy that goes with its code; the cause is formatted.
 [[gnu::format(printf, 2, 3)]] VexoSessionError failure(int32_t code, const char* cause, ...);
 [[gnu::format(printf, 2, 3)]] VexoSessionError refusal(uint8_t status, const char* cause, ...);
+// Of a request, by its reply: "the controller refuses `what` with the status ...".
+VexoSessionError refused(std::span<const uint8_t> reply, const char* what);
 // Of a system call: the system's text follows the cause.
 VexoSessionError system_failure(int32_t code, const char* what, int error_number);
 

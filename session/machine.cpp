@@ -4,20 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <mutex>
 
 #include "session/error.h"
 #include "session/feed.h"
-#include "session/inputs.h"
 
 namespace vexo::session {
 
 namespace {
 
-constexpr Nanoseconds kFirstInterval = 50 * kMillisecond;
-constexpr Nanoseconds kLongestInterval = kSecond;
-constexpr Nanoseconds kKeenFor = 10 * kSecond;
 constexpr uint32_t kRawVersion = 3;
 constexpr Nanoseconds kLostEach = 100 * kMillisecond;
 
@@ -30,7 +25,7 @@ Machine::Machine(Robot& robot)
       dialogue_(io_, robot.statistics, *this),
       receiver_(io_, robot.statistics, *this),
       set_up_(robot, receiver_),
-      down_since_(monotonic_ns()) {
+      caller_requests_(robot) {
     control_watch_.machine = this;
 }
 
@@ -42,7 +37,7 @@ void Machine::woken() {
         end();
         return;
     }
-    if (attempt_at_ == 0) {
+    if (!retry_.attempted()) {
         begin_attempt();
     }
     look_after_callers();
@@ -56,7 +51,7 @@ void Machine::due() {
     }
     const Nanoseconds now = monotonic_ns();
     check_limits(now);
-    if (!attempt_.running() && !connection_ && now >= retry_time()) {
+    if (!attempt_.running() && !connection_ && now >= retry_.next()) {
         begin_attempt();
     }
     if (feed_ && standing_) {
@@ -71,11 +66,7 @@ void Machine::due() {
 // ---- Connecting ---------------------------------------------------------------------------------
 
 void Machine::begin_attempt() {
-    const Nanoseconds now = monotonic_ns();
-    attempt_at_ = now;
-    const bool keen = now - down_since_ < kKeenFor;
-    retry_interval_ =
-        keen ? kFirstInterval : std::min(retry_interval_ + retry_interval_ / 2, kLongestInterval);
+    retry_.attempt(monotonic_ns());
     robot_.statistics.attempts.add();
     {
         const std::lock_guard lock(robot_.monitor);
@@ -83,10 +74,6 @@ void Machine::begin_attempt() {
     }
     robot_.enter(VEXO_SESSION_STATE_CONNECTING);
     attempt_.begin(robot_.settings.address, !robot_.settings.raw());
-}
-
-Nanoseconds Machine::retry_time() const {
-    return attempt_at_ + retry_interval_;
 }
 
 void Machine::connected(Attempt::Links links) {
@@ -140,9 +127,11 @@ void Machine::proceed() {
     if (!standing_) {
         stand();
     }
-    show_streaming();
-    if (!ask_for_caller()) {
-        asked_ = Asked::nothing;
+    robot_.enter(receiver_.receiving() ? VEXO_SESSION_STATE_STREAMING : VEXO_SESSION_STATE_READY);
+    const std::span<const uint8_t> asked = caller_requests_.next(set_up_.buffer());
+    asked_ = asked.empty() ? Asked::nothing : Asked::caller;
+    if (!asked.empty()) {
+        dialogue_.ask(asked);
     }
 }
 
@@ -152,7 +141,7 @@ void Machine::replied(std::span<const uint8_t> reply, Nanoseconds round_trip) {
         robot_.standing.round_trip = round_trip;
     }
     if (asked_ == Asked::caller) {
-        answer_caller(reply, round_trip);
+        caller_requests_.answer(reply, round_trip);
     } else if (asked_ == Asked::set_up) {
         const auto error = set_up_.take(reply);
         if (error) {
@@ -164,55 +153,12 @@ void Machine::replied(std::span<const uint8_t> reply, Nanoseconds round_trip) {
     plan();
 }
 
-// The message is copied: its caller may leave as soon as the monitor is free.
-bool Machine::ask_for_caller() {
-    std::span<uint8_t> message;
-    {
-        const std::lock_guard lock(robot_.monitor);
-        const Request* request = robot_.requests.front();
-        if (request == nullptr) {
-            return false;
-        }
-        message = set_up_.buffer().first(request->message.size());
-        std::memcpy(message.data(), request->message.data(), message.size());
-        robot_.requests.sent();
-    }
-    asked_ = Asked::caller;
-    return dialogue_.ask(message);
-}
-
-void Machine::answer_caller(std::span<const uint8_t> reply, Nanoseconds round_trip) {
-    const std::lock_guard lock(robot_.monitor);
-    Request* request = robot_.requests.in_flight();
-    if (request == nullptr) {
-        robot_.statistics.late_replies.add();
-        return;
-    }
-    const std::span<const uint8_t> payload =
-        reply.subspan(std::min(reply.size(), wire::kReplyPayload));
-    const size_t copied = std::min(payload.size(), request->reply_room.size());
-    std::copy_n(payload.begin(), copied, request->reply_room.begin());
-    request->reply_bytes = payload.size();
-    request->round_trip = round_trip;
-    const uint8_t status = wire::reply_status(reply);
-    if (status != 0) {
-        robot_.statistics.refused.add();
-    }
-    robot_.requests.finish(
-        status == 0 ? VexoSessionError{}
-                    : refusal(status, "the controller refuses it with the status %u", status));
-    robot_.monitor.tell_all();
-}
-
-// A caller whose limit has passed has withdrawn its request.
 void Machine::look_after_callers() {
-    bool withdrawn = false;
     {
         const std::lock_guard lock(robot_.monitor);
         feed_ = robot_.wanted.feed;
-        withdrawn = robot_.requests.in_flight() == nullptr;
     }
-    if (withdrawn && dialogue_.busy() && asked_ == Asked::caller) {
+    if (dialogue_.busy() && asked_ == Asked::caller && caller_requests_.withdrawn()) {
         dialogue_.drop_reply();
     }
 }
@@ -230,34 +176,7 @@ void Machine::ping() {
 void Machine::stand() {
     standing_ = true;
     last_number_ = connection_->number;
-    robot_.statistics.connections.add();
-    auto live = make<Live>();
-    live->connection = connection_;
-    live->control = make<ControlPort>(connection_, robot_.statistics);
-    const Nanoseconds down = monotonic_ns() - down_since_;
-    {
-        const std::lock_guard lock(robot_.monitor);
-        live->catalogue = robot_.catalogue;
-        live->servo_method =
-            live->catalogue->find(VEXO_SESSION_METHOD, robot_.settings.servo_method);
-        robot_.standing.connection = connection_->number;
-        robot_.standing.attempts = 0;
-        if (was_cut_) {
-            robot_.events.span(VEXO_SESSION_EVENT_BACK, down);
-        }
-    }
-    if (was_cut_) {
-        const auto span = static_cast<uint64_t>(down);
-        robot_.statistics.cut_ns.add(span);
-        robot_.statistics.last_cut_ns.set(span);
-        robot_.statistics.longest_cut_ns.set(
-            std::max(span, robot_.statistics.longest_cut_ns.get()));
-    }
-    robot_.set_live(std::move(live));
-}
-
-void Machine::show_streaming() {
-    robot_.enter(receiver_.receiving() ? VEXO_SESSION_STATE_STREAMING : VEXO_SESSION_STATE_READY);
+    robot_.stands(connection_, was_cut_ ? retry_.down(monotonic_ns()) : 0);
 }
 
 void Machine::packages_lost() {
@@ -298,11 +217,10 @@ void Machine::cut(const VexoSessionError& cause) {
         last_number_ = connection_->number;
     }
     drop_everything(false);
-    tell_cut(error);
+    robot_.was_cut(error, standing_);
     if (std::exchange(standing_, false)) {
         was_cut_ = true;
-        down_since_ = monotonic_ns();
-        retry_interval_ = kFirstInterval;
+        retry_.cut(monotonic_ns());
     }
     robot_.enter(VEXO_SESSION_STATE_WAITING);
     plan();
@@ -324,32 +242,6 @@ void Machine::drop_everything(bool finish) {
     asked_ = Asked::nothing;
 }
 
-void Machine::tell_cut(const VexoSessionError& error) {
-    const std::lock_guard lock(robot_.monitor);
-    robot_.requests.finish_all(
-        failure(VEXO_SESSION_CUT, "%s", error.cause),
-        failure(VEXO_SESSION_NOT_CONNECTED, "the session was cut before it was sent"));
-    for (const Ref<Inputs>& inputs : robot_.wanted.inputs) {
-        inputs->cut(standing_);
-    }
-    if (robot_.wanted.stream) {
-        robot_.wanted.stream->clock.reset();
-    }
-    if (robot_.wanted.ending) {
-        robot_.wanted.ending->error = failure(VEXO_SESSION_CUT, "%s", error.cause);
-        robot_.wanted.ending = {};
-    }
-    if (robot_.wanted.feed) {
-        robot_.wanted.feed->cut();
-    }
-    if (standing_) {
-        robot_.statistics.cuts.add();
-        robot_.statistics.last_cut_ns.set(0);
-    }
-    robot_.note(standing_ ? VEXO_SESSION_EVENT_CUT : VEXO_SESSION_EVENT_ERROR, error);
-    robot_.monitor.tell_all();
-}
-
 // What callers have sent is still delivered.
 void Machine::end() {
     drop_everything(true);
@@ -357,12 +249,7 @@ void Machine::end() {
     ended_ = true;
     feed_ = {};
     robot_.enter(VEXO_SESSION_STATE_CLOSED);
-    const VexoSessionError closed = failure(VEXO_SESSION_CLOSED, "the session was closed");
-    const std::lock_guard lock(robot_.monitor);
-    robot_.requests.finish_all(closed, closed);
-    robot_.wanted = {};
-    robot_.gone = true;
-    robot_.monitor.tell_all();
+    robot_.finish();
 }
 
 // ---- Times --------------------------------------------------------------------------------------
@@ -372,8 +259,7 @@ Nanoseconds Machine::stream_limit() const {
 }
 
 void Machine::check_limits(Nanoseconds now) {
-    if (attempt_.running() &&
-        now >= attempt_at_ + std::max(robot_.settings.attempt, retry_interval_)) {
+    if (attempt_.running() && now >= retry_.limit(robot_.settings.attempt)) {
         cut(failure(VEXO_SESSION_UNREACHABLE, "port %u does not answer", attempt_.waiting_for()));
     } else if (dialogue_.busy() && asked_ != Asked::caller &&
                now >= dialogue_.asked_at() + robot_.settings.reply_limit) {
@@ -394,9 +280,9 @@ void Machine::plan() {
     }
     Nanoseconds when = tell_lost_at_;
     if (attempt_.running()) {
-        when = std::min(when, attempt_at_ + std::max(robot_.settings.attempt, retry_interval_));
+        when = std::min(when, retry_.limit(robot_.settings.attempt));
     } else if (!connection_) {
-        when = std::min(when, retry_time());
+        when = std::min(when, retry_.next());
     }
     if (dialogue_.busy() && asked_ != Asked::caller) {
         when = std::min(when, dialogue_.asked_at() + robot_.settings.reply_limit);

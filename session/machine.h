@@ -8,9 +8,10 @@
 #define SESSION_MACHINE_H
 
 #include "session/attempt.h"
+#include "session/caller_requests.h"
 #include "session/dialogue.h"
 #include "session/receiver.h"
-#include "session/robot.h"
+#include "session/retry.h"
 #include "session/set_up.h"
 
 namespace vexo::session {
@@ -36,22 +37,17 @@ private:
     void begin_attempt();
     VexoSessionError prepare(const Attempt::Links& links);
     void proceed();
-    bool ask_for_caller();
-    void answer_caller(std::span<const uint8_t> reply, Nanoseconds round_trip);
     void look_after_callers();
     void stand();
-    void show_streaming();
     void ping();
 
     void cut(const VexoSessionError& cause);
-    void tell_cut(const VexoSessionError& error);
     void drop_everything(bool finish);
     void end();
     void plan();
     void check_limits(Nanoseconds now);
     void tell_lost(Nanoseconds now);
     Nanoseconds stream_limit() const;
-    Nanoseconds retry_time() const;
 
     // The end of the control connection, which callers use by themselves.
     struct ControlWatch final : IoHandler {
@@ -65,6 +61,8 @@ private:
     Dialogue dialogue_;
     Receiver receiver_;
     SetUp set_up_;
+    CallerRequests caller_requests_;
+    Retry retry_;
     ControlWatch control_watch_;
     Ref<Connection> connection_;
     Ref<Feed> feed_;
@@ -75,9 +73,6 @@ private:
     bool ended_ = false;
     bool was_cut_ = false;      // it stood before
     uint32_t last_number_ = 0;  // of the connections that are told apart
-    Nanoseconds attempt_at_ = 0;
-    Nanoseconds down_since_;  // the cut, or the beginning
-    Nanoseconds retry_interval_ = 0;
     uint64_t lost_told_ = 0;
     Nanoseconds tell_lost_at_ = kNever;
 };

@@ -1,5 +1,6 @@
 #include "session/robot.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include "session/error.h"
@@ -43,6 +44,65 @@ uint32_t Robot::next_sequence() {
     return wire::next_sequence(before);
 }
 
+void Robot::stands(const Ref<Connection>& connection, Nanoseconds down) {
+    statistics.connections.add();
+    auto now = make<Live>();
+    now->connection = connection;
+    now->control = make<ControlPort>(connection, statistics);
+    {
+        const std::lock_guard lock(monitor);
+        now->catalogue = catalogue;
+        now->servo_method = catalogue->find(VEXO_SESSION_METHOD, settings.servo_method);
+        standing.connection = connection->number;
+        standing.attempts = 0;
+        if (down != 0) {
+            events.span(VEXO_SESSION_EVENT_BACK, down);
+        }
+    }
+    if (down != 0) {
+        const auto span = static_cast<uint64_t>(down);
+        statistics.cut_ns.add(span);
+        statistics.last_cut_ns.set(span);
+        statistics.longest_cut_ns.set(std::max(span, statistics.longest_cut_ns.get()));
+    }
+    set_live(std::move(now));
+}
+
+void Robot::was_cut(const VexoSessionError& error, bool stood) {
+    const VexoSessionError told = failure(VEXO_SESSION_CUT, "%s", error.cause);
+    const std::lock_guard lock(monitor);
+    requests.finish_all(
+        told, failure(VEXO_SESSION_NOT_CONNECTED, "the session was cut before it was sent"));
+    for (const Ref<Inputs>& inputs : wanted.inputs) {
+        inputs->cut(stood);
+    }
+    if (wanted.stream) {
+        wanted.stream->clock.reset();
+    }
+    if (wanted.ending) {
+        wanted.ending->error = told;
+        wanted.ending = {};
+    }
+    if (wanted.feed) {
+        wanted.feed->cut();
+    }
+    if (stood) {
+        statistics.cuts.add();
+        statistics.last_cut_ns.set(0);
+    }
+    note(stood ? VEXO_SESSION_EVENT_CUT : VEXO_SESSION_EVENT_ERROR, error);
+    monitor.tell_all();
+}
+
+void Robot::finish() {
+    const VexoSessionError closed_error = failure(VEXO_SESSION_CLOSED, "the session was closed");
+    const std::lock_guard lock(monitor);
+    requests.finish_all(closed_error, closed_error);
+    wanted = {};
+    gone = true;
+    monitor.tell_all();
+}
+
 void Robot::enter(uint32_t state) {
     const std::lock_guard lock(monitor);
     if (standing.state == state) {
@@ -51,6 +111,20 @@ void Robot::enter(uint32_t state) {
     events.state(standing.state, state);
     standing.state = state;
     standing.state_since = monotonic_ns();
+    monitor.tell_all();
+}
+
+// An equal one is not told as a new one.
+void Robot::offer(const Ref<Catalogue>& read) {
+    const std::lock_guard lock(monitor);
+    const bool first = !catalogue;
+    if (first || !catalogue->same(*read)) {
+        catalogue = read;
+        ++standing.revision;
+        if (!first) {
+            events.count(VEXO_SESSION_EVENT_CATALOGUE, standing.revision);
+        }
+    }
     monitor.tell_all();
 }
 

@@ -109,7 +109,15 @@ public:
 
     // By the I/O thread.
     void set_live(Ref<Live> live);
+    // All is set up over this connection, `down` after the cut before it; 0: there was none.
+    void stands(const Ref<Connection>& connection, Nanoseconds down);
+    // The connection, which stood or was still being set up, is gone. Ends what callers wait for.
+    void was_cut(const VexoSessionError& error, bool stood);
+    // The session is closed, and nothing of it is left to do.
+    void finish();
     void enter(uint32_t state);
+    // A catalogue was read. What callers hold of the last one stays theirs.
+    void offer(const Ref<Catalogue>& read);
     // Keeps a failure as the latest, and tells of it as an event. The monitor is held.
     void note(uint32_t event_kind, const VexoSessionError& error);
 

@@ -1,28 +1,21 @@
 /*
  * vexo session: one robot that stays connected. The whole interface of libvexo-session.
  *
- *   VexoSession* robot;                                        // a controller, connected or not
- *   VexoSessionStream* stream;                                 // what it streams
- *   VexoSessionCursor* cursor;                                 // a place in that stream
- *   const char* names[] = {"package_counter", "actual_joint_positions"};
- *
- *   vexo_session_open("192.168.1.20", NULL, &robot);
- *   vexo_session_stream_open(robot, names, 2, NULL, 5000000, &stream);
- *   vexo_session_cursor_open(stream, NULL, &cursor);
+ *   vexo_session_open("192.168.1.20", NULL, &robot);                   // connected or not
+ *   vexo_session_stream_open(robot, names, 2, NULL, 5000000, &stream); // what it streams
+ *   vexo_session_cursor_open(stream, NULL, &cursor);                   // a place in that stream
  *   while (vexo_session_cursor_wait(cursor, 1000000) == VEXO_SESSION_OK) {
  *       vexo_session_cursor_read(cursor, records, capacity, &count, &lost);
- *       ...
  *   }
- *   vexo_session_close(robot);                                 // takes stream and cursor with it
+ *   vexo_session_close(robot);                             // takes stream and cursor with it
  *
  * STATES. A session goes its way by itself, from vexo_session_open() until vexo_session_close():
  *
  *        open
  *         |
- *         v
- *   +-> connecting --> negotiating --> reading catalogue --> setting up --+--> ready <--> streaming
- *   |     |                |                   |                 |        |      |            |
- *   |     +----------------+---------+---------+-----------------+--------+------+------------+
+ *   +-> connecting --> negotiating --> reading catalogue --> setting up -----> ready <--> streaming
+ *   |     |                |                   |                 |               |            |
+ *   |     +----------------+---------+---------+-----------------+---------------+------------+
  *   |                                |  a cut: reset, closed, silent, refused, out of step
  *   |                                v
  *   +--- each 50 ms at first --- waiting                      (close: from any state to closed)
@@ -31,8 +24,7 @@
  *   negotiating         asks for the protocol version, and on the raw path for the address
  *   reading catalogue   reads the controller's version, then outputs, inputs and methods
  *   setting up          sets up the recipes that were open before the cut, by name
- *   ready               requests, inputs and set-points are taken; nothing is streamed
- *   streaming           the same, and packages come
+ *   ready, streaming    requests, inputs and set-points are taken; when streaming, packages come
  *   waiting             between two attempts: 50 ms after the last one during the first ten seconds
  *                       of a cut, then half as long again each time, up to one second
  *   closed              the handle is of no use any more
@@ -75,9 +67,8 @@
  * taking a lock and without allocating. vexo_session_close() may be called while other threads are
  * inside calls on that session: these return VEXO_SESSION_CLOSED.
  *
- * The library prints nothing, makes no files, and changes neither signals nor handlers.
- * All times are nanoseconds (_ns) or microseconds (_us). "Realtime" is CLOCK_REALTIME, "monotonic"
- * is CLOCK_MONOTONIC.
+ * The library prints nothing, makes no files, and changes neither signals nor handlers. All times
+ * are nanoseconds (_ns) or microseconds (_us), of CLOCK_REALTIME or of CLOCK_MONOTONIC.
  */
 #ifndef SESSION_SESSION_H
 #define SESSION_SESSION_H
@@ -131,17 +122,13 @@ typedef struct VexoSessionError {
     char remedy[256];
 } VexoSessionError;
 
-/*
- * Copies the calling thread's last failure. Its code is that which the failed function returned;
- * VEXO_SESSION_OK and empty texts when no call of this thread has failed yet.
- */
+/* Copies the calling thread's last failure, with the code that the function returned;
+ * VEXO_SESSION_OK and empty texts when no call of this thread has failed yet. */
 VEXO_API int32_t vexo_session_error(VexoSessionError* error);
 
 /* "timed out" for VEXO_SESSION_TIMED_OUT and so on; "unknown" for other numbers. */
 VEXO_API const char* vexo_session_result_name(int32_t result);
-
-/* The version of the library, "1.2.0" for instance. */
-VEXO_API const char* vexo_session_version(void);
+VEXO_API const char* vexo_session_version(void); /* of the library: "1.2.0" */
 
 /* ---- The I/O thread ------------------------------------------------------------------------- */
 
@@ -193,27 +180,21 @@ typedef struct VexoSessionOptions {
 
 /*
  * Begins a session with the controller at `address` (dotted IPv4 text) and returns at once: the
- * controller may come later. Texts of the options are copied.
- * Results: NO_MEMORY; SYSTEM; NOT_PERMITTED (the I/O thread's priority, or raw frames without the
- * right to send them); NO_INTERFACE.
- * A controller holds one session: opening a second one to it, in this or any process, ends the
- * first, which tries to come back.
+ * controller may come later. A controller holds one session: opening a second one to it, in this or
+ * any process, ends the first, which tries to come back. Results: NO_MEMORY; SYSTEM; NO_INTERFACE;
+ * NOT_PERMITTED (the I/O thread's priority, or raw frames without the right to send them).
  */
 VEXO_API int32_t vexo_session_open(const char* address, const VexoSessionOptions* options,
                                    VexoSession** session);
 
-/*
- * Ends a session in whatever state it is, from any thread, in 50 ms at most: connections are
+/* Ends a session in whatever state it is, from any thread, in 50 ms at most: connections are
  * closed, calls of other threads are woken, all that was opened on it is closed. What was sent
  * before is still delivered. Ends the I/O thread with the last session. Results: only CLOSED, when
- * somebody else was first.
- */
+ * somebody else was first. */
 VEXO_API int32_t vexo_session_close(VexoSession* session);
 
-/*
- * Waits until the session is in `state`, READY or STREAMING, where streaming counts as ready.
- * TIMED_OUT: the cause is that of the session's last failure; VexoSessionStatus has its code.
- */
+/* Waits until the session is in `state`, READY or STREAMING, where streaming counts as ready.
+ * TIMED_OUT: the cause is that of the session's last failure; VexoSessionStatus has its code. */
 VEXO_API int32_t vexo_session_wait(VexoSession* session, uint32_t state, int64_t limit_us);
 
 typedef struct VexoSessionStatus {
@@ -242,11 +223,9 @@ typedef struct VexoSessionStatus {
 /* Copies how things stand. The size of the inner error needs not be set. */
 VEXO_API int32_t vexo_session_status(VexoSession* session, VexoSessionStatus* status);
 
-/*
- * Asks the controller for its version and tells how long the answer took.
- *   round_trip_ns  from before sending to the reply's arrival; may be null
- * Results: NOT_CONNECTED, CUT, TIMED_OUT, REFUSED.
- */
+/* Asks the controller for its version and tells how long the answer took, from before sending to
+ * the reply's arrival; `round_trip_ns` may be null. Results: NOT_CONNECTED, CUT, TIMED_OUT,
+ * REFUSED. */
 VEXO_API int32_t vexo_session_ping(VexoSession* session, int64_t limit_us, int64_t* round_trip_ns);
 
 /* ---- Events --------------------------------------------------------------------------------- */
@@ -310,13 +289,10 @@ typedef struct VexoSessionVariable {
     uint32_t index;    /* in its list, or in its recipe */
 } VexoSessionVariable;
 
-/*
- * These serve from the catalogue that was read last, also while the session is cut. Results:
- * NOT_CONNECTED before the first was read.
- */
+/* These serve from the catalogue that was read last, also while the session is cut.
+ * NOT_CONNECTED: none was read yet. */
 
-/* Entry `index` of one list (see VexoSessionStatus for how many there are). Results:
- * BAD_ARGUMENT behind the end. */
+/* Entry `index` of one list; VexoSessionStatus says how many there are. */
 VEXO_API int32_t vexo_session_entry(VexoSession* session, uint32_t kind, uint32_t index,
                                     VexoSessionVariable* entry);
 
@@ -325,12 +301,9 @@ VEXO_API int32_t vexo_session_entry(VexoSession* session, uint32_t kind, uint32_
 VEXO_API int32_t vexo_session_find(VexoSession* session, uint32_t kinds, const char* name,
                                    VexoSessionVariable* entry);
 
-/*
- * The names of the lists `kinds` that are nearest to `name`, the nearest first: the same but for
- * case, then those that contain it, then by the number of letters to change.
- *   entries   `capacity` of them; the `size` of the first counts for all
- * Returns how many were written.
- */
+/* The names of the lists `kinds` that are nearest to `name`, the nearest first: the same but for
+ * case, then those that contain it, then by the number of letters to change. Writes `capacity`
+ * entries at most (the `size` of the first counts for all) and returns how many. */
 VEXO_API int32_t vexo_session_nearest(VexoSession* session, uint32_t kinds, const char* name,
                                       VexoSessionVariable* entries, uint32_t capacity);
 
@@ -363,16 +336,12 @@ VEXO_API int32_t vexo_session_stream_open(VexoSession* session, const char* cons
                                           uint32_t count, const VexoSessionStreamOptions* options,
                                           int64_t limit_us, VexoSessionStream** stream);
 
-/*
- * Pauses the stream and closes it with its cursors. Waits for the controller's acknowledgement;
- * results: TIMED_OUT, CUT and REFUSED tell of that, the stream is closed all the same.
- */
+/* Pauses the stream and closes it with its cursors. Waits for the controller's acknowledgement;
+ * results: TIMED_OUT, CUT and REFUSED tell of that, the stream is closed all the same. */
 VEXO_API int32_t vexo_session_stream_close(VexoSessionStream* stream, int64_t limit_us);
 
-/*
- * What stands at the beginning of each record; the values follow at once, packed in the order of
- * the names, as the fields' `offset` says.
- */
+/* What stands at the beginning of each record; the values follow at once, packed in the order of
+ * the names, as the fields' `offset` says. */
 typedef struct VexoSessionPackage {
     uint64_t number;             /* 1, 2, ... since the stream was opened, cuts included */
     int64_t arrival_realtime_ns; /* when the kernel had received it (see `stamped`) */
@@ -399,11 +368,9 @@ typedef struct VexoSessionLayout {
 /* How the records of the stream are laid out. It never changes while the stream is open. */
 VEXO_API int32_t vexo_session_stream_layout(VexoSessionStream* stream, VexoSessionLayout* layout);
 
-/* Field `index` of a record. BAD_ARGUMENT behind the last. */
+/* Field `index` of a record; the first field of a name. Results: UNKNOWN_NAME. */
 VEXO_API int32_t vexo_session_stream_field(VexoSessionStream* stream, uint32_t index,
                                            VexoSessionVariable* field);
-
-/* The first field of this name. Results: UNKNOWN_NAME. */
 VEXO_API int32_t vexo_session_stream_find(VexoSessionStream* stream, const char* name,
                                           VexoSessionVariable* field);
 
@@ -431,18 +398,14 @@ typedef struct VexoSessionCursorOptions {
 VEXO_API int32_t vexo_session_cursor_open(VexoSessionStream* stream,
                                           const VexoSessionCursorOptions* options,
                                           VexoSessionCursor** cursor);
-
 VEXO_API int32_t vexo_session_cursor_close(VexoSessionCursor* cursor);
 
-/*
- * Waits until there is a record to read; it goes on waiting over a cut. Results: TIMED_OUT,
- * CATALOGUE_CHANGED.
- */
+/* Waits until there is a record to read; it goes on waiting over a cut. Results: TIMED_OUT,
+ * CATALOGUE_CHANGED. */
 VEXO_API int32_t vexo_session_cursor_wait(VexoSessionCursor* cursor, int64_t limit_us);
 
 /*
- * Copies the records from the cursor on, one behind the other, in one go, and moves the cursor
- * behind them. Never waits.
+ * Copies the records from the cursor on in one go, and moves the cursor behind them. Never waits.
  *   records   `capacity` times record_size bytes
  *   count     receives how many there are, 0 to `capacity`
  *   lost      receives how many records were overwritten before this reader came to them; the
@@ -465,9 +428,8 @@ VEXO_API int32_t vexo_session_cursor_descriptor(VexoSessionCursor* cursor, int* 
 /* ---- Values of a record --------------------------------------------------------------------- */
 
 /*
- * Take the elements of a field out of a record, at most `capacity` of them. They look at nothing
- * but their arguments and never fail for a field of vexo_session_stream_field() or _find() and a
- * record of that stream. Return how many elements were written.
+ * Take at most `capacity` elements of a field out of a record, and return how many. They look at
+ * nothing but their arguments, and never fail for a field and a record of one stream.
  * WRONG_TYPE: _f64 and _i64 for a text, _i64 for a floating type, _text for anything but a text.
  *   _f64   numbers of any type as doubles
  *   _i64   whole numbers as they are; a u64 above INT64_MAX keeps its bits
@@ -484,15 +446,13 @@ VEXO_API int32_t vexo_session_get_text(const VexoSessionVariable* field, const v
 
 /*
  * Prepares input variables that are sent together, in one package. Waits as
- * vexo_session_stream_open() does. A session may have 16 of them. They are set up again after a
- * cut.
+ * vexo_session_stream_open() does. A session may have 16 of them, which outlive cuts.
  * Results: TIMED_OUT, UNKNOWN_NAME, REFUSED, CUT, BUSY (16 are open), TOO_LARGE (more than 1396
  * bytes), WRONG_TYPE, NO_MEMORY.
  */
 VEXO_API int32_t vexo_session_inputs_open(VexoSession* session, const char* const* names,
                                           uint32_t count, int64_t limit_us,
                                           VexoSessionInputs** inputs);
-
 VEXO_API int32_t vexo_session_inputs_close(VexoSessionInputs* inputs);
 
 /* Its fields: as for streams; the offsets count from the first value of the package. */
@@ -598,11 +558,9 @@ typedef struct VexoSessionFeedOptions {
     uint32_t reserved;
 } VexoSessionFeedOptions;
 
-/*
- * A buffer of set-points that the I/O thread sends at a steady pace, for programs that cannot keep
+/* A buffer of set-points that the I/O thread sends at a steady pace, for programs that cannot keep
  * it themselves. A session has one at a time. Results: BUSY, NO_MEMORY, NOT_CONNECTED,
- * UNKNOWN_NAME.
- */
+ * UNKNOWN_NAME. */
 VEXO_API int32_t vexo_session_feed_open(VexoSession* session, const VexoSessionFeedOptions* options,
                                         VexoSessionFeed** feed);
 
@@ -628,10 +586,8 @@ typedef struct VexoSessionFeedStatus {
 } VexoSessionFeedStatus;
 
 VEXO_API int32_t vexo_session_feed_status(VexoSessionFeed* feed, VexoSessionFeedStatus* status);
-
 /* Waits until all is sent. Results: TIMED_OUT, CUT. */
 VEXO_API int32_t vexo_session_feed_drain(VexoSessionFeed* feed, int64_t limit_us);
-
 /* Drops what was not sent. */
 VEXO_API int32_t vexo_session_feed_close(VexoSessionFeed* feed);
 
@@ -731,11 +687,8 @@ typedef struct VexoSessionClock {
     uint64_t packages;    /* that went into it */
 } VexoSessionClock;
 
-/*
- * The running estimate from the stream's time variable: the line below all points of arrival minus
- * controller time of the last minute. It begins anew after a cut, and when the controller's time
- * jumps.
- */
+/* The running estimate from the stream's time variable: the line below all points of arrival minus
+ * controller time of the last minute. It begins anew after a cut, and when that time jumps. */
 VEXO_API int32_t vexo_session_clock(VexoSession* session, VexoSessionClock* clock);
 
 VEXO_C_END

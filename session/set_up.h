@@ -4,13 +4,11 @@
 #define SESSION_SET_UP_H
 
 #include <memory>
-#include <optional>
 
-#include "session/robot.h"
+#include "session/catalogue_reader.h"
+#include "session/recipe_set_up.h"
 
 namespace vexo::session {
-
-class Receiver;
 
 class SetUp {
 public:
@@ -31,40 +29,19 @@ public:
     std::span<uint8_t> buffer() const { return {buffer_.get(), kLongestMessage}; }
 
 private:
-    enum class Step { version, controller, outputs, inputs, methods, recipes };
-    enum class Asked { nothing, output, start, pause, input };
+    enum class Step { version, controller, lists, recipes };
 
     std::optional<VexoSessionError> take_version(std::span<const uint8_t> reply);
-    std::optional<VexoSessionError> take_controller(std::span<const uint8_t> reply);
+    void take_controller(std::span<const uint8_t> reply);
     std::optional<VexoSessionError> take_page(std::span<const uint8_t> reply);
-    template <typename Page>
-    bool add_rows(std::span<const uint8_t> reply, uint32_t kind, uint32_t& count);
-    void lists_complete();
-    wire::Letter list_letter() const;
-
-    std::span<const uint8_t> next_recipe();
-    std::span<const uint8_t> ask_output();
-    std::span<const uint8_t> ask_input(Inputs& inputs);
-    std::optional<VexoSessionError> take_recipe(std::span<const uint8_t> reply);
-    std::optional<VexoSessionError> take_output(std::span<const uint8_t> reply);
-    std::optional<VexoSessionError> take_start(std::span<const uint8_t> reply);
-    std::optional<VexoSessionError> take_input(std::span<const uint8_t> reply);
-    void take_pause(std::span<const uint8_t> reply);
 
     Robot& robot_;
-    Receiver& receiver_;
-    std::unique_ptr<uint8_t[]> buffer_;
     Ref<Connection> connection_;
     Ref<RawPort> stream_port_;
     Step step_ = Step::version;
-    Asked asked_ = Asked::nothing;
-    Ref<Catalogue> reading_;
-    uint32_t first_ = 0;        // of the page that is read
-    uint32_t empty_pages_ = 0;  // at the beginning of a list
-    Ref<Stream> stream_;        // that the controller has the recipe of
-    uint8_t recipe_ = 0;
-    bool started_ = false;
-    Ref<Inputs> input_;  // that was asked for
+    CatalogueReader lists_;
+    RecipeSetUp recipes_;
+    std::unique_ptr<uint8_t[]> buffer_;
 };
 
 }  // namespace vexo::session

@@ -1,6 +1,5 @@
 // A session over raw Ethernet, from end to end.
 #include "tests/session/session_fixture.h"
-#include "tests/support/network_namespace.h"
 
 namespace test {
 namespace {
@@ -8,16 +7,11 @@ namespace {
 class RawSession : public SessionFixture {
 protected:
     void SetUp() override {
-        if (const std::string reason = enter_network_namespace(); !reason.empty()) {
-            GTEST_SKIP() << reason;
+        ASSERT_NO_FATAL_FAILURE(prepare({"Raw", true}));
+        if (raw_) {
+            start_controller();
+            open();
         }
-        make_veth_pair("host0", "02:00:00:00:00:0A", "robot0", "02:00:00:00:00:0B");
-        sim::Options options;
-        options.interface = "robot0";
-        start_controller(std::move(options));
-        auto over_host = sized<VexoSessionOptions>();
-        over_host.interface = "host0";
-        open(&over_host);
     }
 };
 

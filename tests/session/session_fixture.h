@@ -11,6 +11,7 @@
 
 #include "session/session.h"
 #include "sim/simulator.h"
+#include "tests/support/network_namespace.h"
 #include "tests/support/process.h"
 
 namespace test {
@@ -60,13 +61,37 @@ private:
     std::vector<uint8_t> bytes_;
 };
 
+// How packages and set-points go.
+struct Path {
+    const char* name;
+    bool raw;
+};
+inline void PrintTo(const Path& path, std::ostream* out) {
+    *out << path.name;
+}
+inline constexpr Path kPaths[] = {{"Tcp", false}, {"Raw", true}};
+
 class SessionFixture : public ::testing::Test {
 protected:
-    void open(const VexoSessionOptions* options = nullptr) {
-        ASSERT_OK(vexo_session_open(own_loopback().c_str(), options, &session_));
+    // Makes a cable between host0 and robot0 in a namespace of its own for the raw path, which
+    // controller and session take then.
+    void prepare(const Path& path) {
+        if (!path.raw) {
+            return;
+        }
+        if (const std::string reason = enter_network_namespace(); !reason.empty()) {
+            GTEST_SKIP() << reason;
+        }
+        make_veth_pair("host0", "02:00:00:00:00:0A", "robot0", "02:00:00:00:00:0B");
+        raw_ = true;
+    }
+    void open(VexoSessionOptions options = sized<VexoSessionOptions>()) {
+        options.interface = raw_ ? "host0" : nullptr;
+        ASSERT_OK(vexo_session_open(address_.c_str(), &options, &session_));
     }
     void start_controller(sim::Options options = {}) {
-        options.address = own_loopback();
+        options.address = address_;
+        options.interface = raw_ ? "robot0" : "";
         controller_.emplace(std::move(options));
     }
     VexoSessionStream* stream(std::vector<const char*> names,
@@ -100,6 +125,8 @@ protected:
         }
     }
 
+    const std::string address_ = own_loopback();  // a child of the test has the same
+    bool raw_ = false;
     std::optional<sim::Simulator> controller_;
     VexoSession* session_ = nullptr;
     uint64_t position_ = 0;

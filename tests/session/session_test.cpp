@@ -3,7 +3,7 @@
 
 #include <thread>
 
-#include "tests/session/session_fixture.h"
+#include "tests/session/stream_reader.h"
 
 namespace test {
 namespace {
@@ -215,6 +215,148 @@ TEST_F(Session, ClosesWhileOthersWaitInside) {
     reader.join();
     EXPECT_EQ(vexo_session_close(session), VEXO_SESSION_CLOSED);
     session_ = nullptr;
+}
+
+TEST_F(Session, ASlowReaderLosesWithACountAndHoldsUpNobody) {
+    start_controller();
+    open();
+    auto options = sized<VexoSessionStreamOptions>();
+    options.ring_s = 1;
+    VexoSessionStream* opened = stream({"package_counter"}, &options);
+    VexoSessionCursor* slow = nullptr;
+    VexoSessionCursor* fast = nullptr;
+    ASSERT_OK(vexo_session_cursor_open(opened, nullptr, &slow));
+    ASSERT_OK(vexo_session_cursor_open(opened, nullptr, &fast));
+    Records records(opened);
+    uint64_t begin = 0;
+    uint64_t end = 0;
+    while (end < begin + 2000 && !HasFailure()) {
+        ASSERT_OK(vexo_session_cursor_wait(fast, kSoon));
+        if (const size_t count = records.read(fast, 1000); count > 0) {
+            EXPECT_EQ(records.lost, 0U);
+            begin = begin == 0 ? records.package(0).number : begin;
+            end = records.package(count - 1).number;
+        }
+    }
+    ASSERT_GT(records.read(slow, 1), 0U);
+    EXPECT_GE(records.lost, 1000U);
+    EXPECT_LE(records.package(0).number, begin + records.lost + 1);
+    EXPECT_EQ(statistics().overwritten, records.lost);
+}
+
+TEST_F(Session, ReadsListsThatEndWithAFullPage) {
+    start_controller();
+    controller_->inject(sim::parse_fault("filled=200"));
+    open();
+    const char* names[] = {"heartbeat"};
+    VexoSessionInputs* inputs = nullptr;
+    ASSERT_OK(vexo_session_inputs_open(session_, names, 1, kSoon, &inputs));
+    const VexoSessionStatus now = status();
+    for (const auto& [kind, count] : {std::pair{VEXO_SESSION_OUTPUT, now.outputs},
+                                      {VEXO_SESSION_INPUT, now.inputs},
+                                      {VEXO_SESSION_METHOD, now.methods}}) {
+        EXPECT_TRUE(count >= 200 && count % 200 == 0) << count;
+        auto last = sized<VexoSessionVariable>();
+        EXPECT_OK(vexo_session_entry(session_, kind, count - 1, &last));
+        auto found = sized<VexoSessionVariable>();
+        EXPECT_OK(vexo_session_find(session_, kind, last.name, &found));
+        EXPECT_EQ(found.id, last.id);
+    }
+    EXPECT_EQ(now.attempts, 0U);
+}
+
+// What the new catalogue has not got is told of; the rest goes on.
+TEST_F(Session, TellsOfVariablesThatAreGone) {
+    start_controller();
+    open(impatient());
+    VexoSessionStream* lasting = stream({"package_counter"});
+    VexoSessionCursor* cursor = nullptr;
+    ASSERT_OK(vexo_session_cursor_open(lasting, nullptr, &cursor));
+    const char* gone_names[] = {"heartbeat"};
+    VexoSessionInputs* gone = nullptr;
+    ASSERT_OK(vexo_session_inputs_open(session_, gone_names, 1, kSoon, &gone));
+    controller_->inject(sim::parse_fault("reboot=100,rename=heartbeat:pulse"));
+    EXPECT_EQ(event(VEXO_SESSION_EVENT_CATALOGUE).count, 2U);
+    const VexoSessionError told = event(VEXO_SESSION_EVENT_ERROR).error;
+    EXPECT_EQ(told.code, VEXO_SESSION_CATALOGUE_CHANGED);
+    EXPECT_THAT(told.cause, HasSubstr("heartbeat"));
+    StreamReader(lasting).read_up_to(2);
+    const double one = 1;
+    EXPECT_OK(vexo_session_inputs_set_f64(gone, "heartbeat", &one, 1));
+    EXPECT_EQ(vexo_session_inputs_send(gone), VEXO_SESSION_CATALOGUE_CHANGED);
+    EXPECT_OK(vexo_session_inputs_close(gone));
+    const char* new_names[] = {"pulse"};
+    EXPECT_OK(vexo_session_inputs_open(session_, new_names, 1, kSoon, &gone));
+    // The stream's own variable goes.
+    controller_->inject(sim::parse_fault("reboot=100,retype=package_counter:6"));
+    EXPECT_EQ(event(VEXO_SESSION_EVENT_CATALOGUE).count, 3U);
+    int32_t result = VEXO_SESSION_OK;
+    Records records(lasting);
+    while ((result = vexo_session_cursor_wait(cursor, kSoon)) == VEXO_SESSION_OK) {
+        records.read(cursor, 256);
+    }
+    EXPECT_EQ(result, VEXO_SESSION_CATALOGUE_CHANGED);
+    EXPECT_OK(vexo_session_stream_close(lasting, kSoon));
+    EXPECT_NE(stream({"package_counter"}), nullptr);
+}
+
+// Answers and packages that make no sense cost a connection at most.
+TEST_F(Session, OvercomesNonsense) {
+    start_controller();
+    auto options = impatient();
+    open(options);
+    VexoSessionStream* opened = stream({"package_counter"});
+    ASSERT_NE(opened, nullptr);
+    StreamReader reader(opened);
+    for (const char* fault : {"type=V,length=0",      "type=V,length=65535",
+                              "type=v,length=2",      "type=v,size=4",
+                              "type=R,count=255",     "type=R,noise=40,seed=3",
+                              "type=R,stray=000052",  "type=M,size=5",
+                              "type=r,letter=R",      "type=r,doubled",
+                              "type=O,letter=X",      "type=O,bytes=0000",
+                              "type=S,size=3",        "package,length=0",
+                              "package,length=65535", "package,length=3",
+                              "package,letter=X",     "package,size=5",
+                              "package,stray=FFFF",   "package,inverted=0+1+2+3,times=3"}) {
+        SCOPED_TRACE(fault);
+        controller_->inject(sim::parse_fault(fault));
+        if (fault[0] == 't') {
+            const uint32_t before = status().connection;
+            controller_->disconnect(sim::Port::io, sim::Break::reset);
+            EXPECT_TRUE(wait_until([&] {
+                return status().state == VEXO_SESSION_STATE_STREAMING &&
+                       status().connection > before;
+            }));
+        }
+        // Some way beyond it.
+        const uint64_t packages = statistics().packages;
+        EXPECT_TRUE(wait_until([&] { return statistics().packages > packages + 50; }));
+        ASSERT_NO_FATAL_FAILURE(reader.read_up_to(status().connection));
+        controller_->clear_faults();
+    }
+    EXPECT_GT(statistics().malformed, 0U);
+}
+
+// The way back is a number of round trips: nothing is asked for twice, and nothing waited for.
+TEST_F(Session, ComesBackInAsFewRequestsAsThereAre) {
+    start_controller();
+    open();
+    ASSERT_NE(stream({"package_counter"}), nullptr);
+    const char* names[] = {"heartbeat"};
+    VexoSessionInputs* inputs = nullptr;
+    ASSERT_OK(vexo_session_inputs_open(session_, names, 1, kSoon, &inputs));
+    const VexoSessionStatus now = status();
+    size_t pages = 0;
+    for (const uint32_t entries : {now.outputs, now.inputs, now.methods}) {
+        pages += entries / 200 + 1;
+    }
+    const size_t before = controller_->requests(sim::Port::io).size();
+    const uint64_t attempts = statistics().attempts;
+    controller_->disconnect(sim::Port::io, sim::Break::reset);
+    event(VEXO_SESSION_EVENT_BACK);
+    EXPECT_EQ(controller_->requests(sim::Port::io).size() - before,
+              1 + 1 + pages + 3);  // both versions, and two recipes of which one is started
+    EXPECT_EQ(statistics().attempts, attempts + 1);
 }
 
 }  // namespace
