@@ -1,6 +1,6 @@
 #include "session/punctuality.h"
 
-#include <array>
+#include "session/lateness.h"
 
 namespace vexo::session {
 
@@ -71,17 +71,16 @@ void Punctuality::judge(const Package& package, const IoThread::Rounds& rounds) 
     const Nanoseconds library =
         overlap(package.arrival, package.stored, rounds.began, package.stored) +
         overlap(package.arrival, package.stored, rounds.began_before, rounds.ended_before);
-    std::array<Nanoseconds, VEXO_SESSION_CAUSES> parts{};
+    Lateness lateness;
     if (package.sent != 0) {
-        parts[VEXO_SESSION_CAUSE_PEER] = package.sent - due;
-        parts[VEXO_SESSION_CAUSE_WIRE] = package.arrival - package.sent;
+        lateness[VEXO_SESSION_CAUSE_PEER] = package.sent - due;
+        lateness[VEXO_SESSION_CAUSE_WIRE] = package.arrival - package.sent;
     } else {
-        parts[VEXO_SESSION_CAUSE_PEER_OR_WIRE] = package.arrival - due;
+        lateness[VEXO_SESSION_CAUSE_PEER_OR_WIRE] = package.arrival - due;
     }
-    parts[VEXO_SESSION_CAUSE_LIBRARY] = library;
-    parts[VEXO_SESSION_CAUSE_WAKE_UP] = package.stored - package.arrival - library;
-    const auto largest = std::max_element(parts.begin(), parts.end());
-    statistics_.late[static_cast<size_t>(largest - parts.begin())].add();
+    lateness[VEXO_SESSION_CAUSE_LIBRARY] = library;
+    lateness[VEXO_SESSION_CAUSE_WAKE_UP] = package.stored - package.arrival - library;
+    statistics_.late[lateness.cause()].add();
 }
 
 }  // namespace vexo::session

@@ -17,12 +17,6 @@ void sleep_until(Nanoseconds time) {
     clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &until, nullptr);
 }
 
-Cause largest(const Delay& delay) {
-    const std::array<Nanoseconds, 5> parts{delay.peer, delay.wire, delay.wake_up, delay.library,
-                                           delay.reader};
-    return static_cast<Cause>(std::max_element(parts.begin(), parts.end()) - parts.begin());
-}
-
 }  // namespace
 
 Reader::Reader(size_t controller, uint32_t handle, const PeerRecord& peer)
@@ -80,9 +74,9 @@ void Reader::cycle(uint32_t counter) {
     if (seen < counter) {
         pending_.push_back({counter, woken_late});
     } else if (woken_late > kSlack) {
-        Delay delay;
-        delay.reader = woken_late;
-        add_late(counter, Cause::reader, delay);
+        Lateness lateness;
+        lateness[VEXO_SESSION_CAUSE_READER] = woken_late;
+        add_late(counter, lateness.cause(), lateness);
     }
 }
 
@@ -110,30 +104,31 @@ void Reader::settle() {
         const Pending& pending = pending_.front();
         const Stored* stored = arrivals_.find(pending.counter);
         if (stored == nullptr) {
-            add_late(pending.counter, Cause::lost, {});
+            add_late(pending.counter, kLost, {});
         } else {
-            const Delay delay = delay_of(pending, *stored);
-            add_late(pending.counter, largest(delay), delay);
+            const Lateness lateness = lateness_of(pending, *stored);
+            add_late(pending.counter, lateness.cause(), lateness);
         }
         pending_.pop_front();
     }
 }
 
-Delay Reader::delay_of(const Pending& pending, const Stored& stored) const {
+// In the order of the package's way.
+Lateness Reader::lateness_of(const Pending& pending, const Stored& stored) const {
     const Nanoseconds sent = peer_.sent[controller_][pending.counter % kRemembered].at;
-    Delay delay;
-    delay.peer = sent - due(pending.counter);
-    delay.wire = stored.in_kernel - sent;
-    delay.library = stored.busy;
-    delay.wake_up = stored.at - stored.in_kernel - stored.busy;
-    delay.reader = pending.woken_late;
-    return delay;
+    Lateness lateness;
+    lateness[VEXO_SESSION_CAUSE_PEER] = sent - due(pending.counter);
+    lateness[VEXO_SESSION_CAUSE_WIRE] = stored.in_kernel - sent;
+    lateness[VEXO_SESSION_CAUSE_WAKE_UP] = stored.at - stored.in_kernel - stored.busy;
+    lateness[VEXO_SESSION_CAUSE_LIBRARY] = stored.busy;
+    lateness[VEXO_SESSION_CAUSE_READER] = pending.woken_late;
+    return lateness;
 }
 
-void Reader::add_late(uint32_t counter, Cause cause, const Delay& delay) {
-    ++late_[static_cast<size_t>(cause)];
+void Reader::add_late(uint32_t counter, uint32_t cause, const Lateness& lateness) {
+    ++late_[cause];
     if (late_cycles_.size() < kLateKept) {
-        late_cycles_.push_back({controller_, counter, cause, delay});
+        late_cycles_.push_back({controller_, counter, cause, lateness});
     }
 }
 

@@ -8,32 +8,29 @@
 #include <thread>
 #include <vector>
 
+#include "session/lateness.h"
 #include "soak/probe.h"
 
 namespace soak {
 
-enum class Cause : uint8_t { peer, wire, wake_up, library, reader, lost };
-constexpr size_t kCauses = 6;
-constexpr std::array<const char*, kCauses> kCauseNames{
-    "peer", "wire", "wake-up of the receive thread", "library", "wake-up of the reader", "lost"};
+using vexo::session::Lateness;
+
+// Those of the session, and one more for a package that never came.
+constexpr uint32_t kLost = VEXO_SESSION_CAUSES;
+constexpr uint32_t kCauses = kLost + 1;
+
+inline const char* cause_name(uint32_t cause) {
+    return cause == kLost ? "lost" : vexo_session_cause_name(cause);
+}
 
 // A package is due when the peer sends it in time; a cycle looks for it half a period later.
 constexpr Nanoseconds kSlack = kMillisecond / 2;
 
-// What the delay of a package is made up of, in the order of its way.
-struct Delay {
-    Nanoseconds peer = 0;     // sent so long after its controller_time
-    Nanoseconds wire = 0;     // from there to the network stack of the receiver
-    Nanoseconds wake_up = 0;  // from there to the store, the receive thread not running
-    Nanoseconds library = 0;  // and the receive thread at work
-    Nanoseconds reader = 0;   // the reader after its cycle was due
-};
-
 struct LateCycle {
     size_t controller;
     uint32_t counter;
-    Cause cause;
-    Delay delay;
+    uint32_t cause;
+    Lateness lateness;
 };
 
 class Reader {
@@ -67,8 +64,8 @@ private:
     void settle();
     void take_transit(uint32_t counter);
     Nanoseconds due(uint32_t counter) const;
-    Delay delay_of(const Pending& pending, const Stored& stored) const;
-    void add_late(uint32_t counter, Cause cause, const Delay& delay);
+    Lateness lateness_of(const Pending& pending, const Stored& stored) const;
+    void add_late(uint32_t counter, uint32_t cause, const Lateness& lateness);
 
     size_t controller_;
     uint32_t handle_;

@@ -66,11 +66,11 @@ void write_late(const Run& run, const std::string& path) {
     file << "controller,package,cause,peer_us,wire_us,wake_up_us,library_us,reader_us\n";
     for (const auto& reader : run.readers) {
         for (const LateCycle& late : reader->late_cycles()) {
-            const Delay& d = late.delay;
-            file << late.controller << ',' << late.counter << ','
-                 << kCauseNames[static_cast<size_t>(late.cause)];
-            for (const Nanoseconds part : {d.peer, d.wire, d.wake_up, d.library, d.reader}) {
-                file << ',' << part / 1000;
+            file << late.controller << ',' << late.counter << ',' << cause_name(late.cause);
+            for (const VexoSessionCause cause :
+                 {VEXO_SESSION_CAUSE_PEER, VEXO_SESSION_CAUSE_WIRE, VEXO_SESSION_CAUSE_WAKE_UP,
+                  VEXO_SESSION_CAUSE_LIBRARY, VEXO_SESSION_CAUSE_READER}) {
+                file << ',' << late.lateness[cause] / 1000;
             }
             file << '\n';
         }
@@ -100,8 +100,10 @@ void print_late(const Sums& s, const std::string& path) {
     std::fprintf(stderr, "Late cycles  %" PRIu64 " (%.3f %%), each in %s\n", s.all_late,
                  100.0 * static_cast<double>(s.all_late) / static_cast<double>(s.cycles),
                  path.c_str());
-    for (size_t i = 0; i < kCauses; ++i) {
-        std::fprintf(stderr, "             %8" PRIu64 "  %s\n", s.late[i], kCauseNames[i]);
+    for (uint32_t i = 0; i < kCauses; ++i) {
+        if (i != VEXO_SESSION_CAUSE_PEER_OR_WIRE) {  // here it can always be told
+            std::fprintf(stderr, "             %8" PRIu64 "  %s\n", s.late[i], cause_name(i));
+        }
     }
 }
 
