@@ -136,7 +136,7 @@ int32_t look_up(const NameTable& table, std::string_view name) {
     return node != nullptr ? node->row : -1;
 }
 
-int32_t find(Caller caller, const Registration& found, TableOf table_of, const char* name) {
+int32_t find(Caller caller, const BriefRegistration& found, TableOf table_of, const char* name) {
     if (!found) {
         report_if_null(caller.handle);
         report_missing(caller);
@@ -145,27 +145,27 @@ int32_t find(Caller caller, const Registration& found, TableOf table_of, const c
     return name != nullptr ? look_up(table_of(*found), name) : -1;
 }
 
-int32_t find_input(uint32_t handle, const Registration& found, const char* name) {
+int32_t find_input(uint32_t handle, const BriefRegistration& found, const char* name) {
     return find({handle, "find_input_index"}, found, input_table, name);
 }
 
-int32_t find_output(uint32_t handle, const Registration& found, const char* name) {
+int32_t find_output(uint32_t handle, const BriefRegistration& found, const char* name) {
     return find({handle, "find_output_index"}, found, output_table, name);
 }
 
-int32_t find_method(uint32_t handle, const Registration& found, const char* name) {
+int32_t find_method(uint32_t handle, const BriefRegistration& found, const char* name) {
     return find({handle, "find_method_index"}, found, method_table, name);
 }
 
 // A row for an output recipe: of an output, else of an input that is to be echoed.
-int32_t find_output_or_input(uint32_t handle, const Registration& found, const char* name) {
+int32_t find_output_or_input(uint32_t handle, const BriefRegistration& found, const char* name) {
     const int32_t row = find_output(handle, found, name);
     return row != -1
                ? row
                : find_input(handle, found, name) | static_cast<int32_t>(VEXO_INPUT_ROW_MARKER);
 }
 
-using Find = int32_t (*)(uint32_t handle, const Registration& found, const char* name);
+using Find = int32_t (*)(uint32_t handle, const BriefRegistration& found, const char* name);
 
 Find find_of_kind(uint32_t kind) {
     static constexpr Find kFinds[] = {find_input, find_output_or_input, find_method};
@@ -233,15 +233,15 @@ int32_t reset_all_hashes(uint32_t handle) {
 }
 
 int32_t find_input_index(uint32_t handle, const char* name) {
-    return find_input(handle, Registration(handle), name);
+    return find_input(handle, BriefRegistration(handle), name);
 }
 
 int32_t find_output_index(uint32_t handle, const char* name) {
-    return find_output(handle, Registration(handle), name);
+    return find_output(handle, BriefRegistration(handle), name);
 }
 
 int32_t find_method_index(uint32_t handle, const char* name) {
-    return find_method(handle, Registration(handle), name);
+    return find_method(handle, BriefRegistration(handle), name);
 }
 
 int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* results) {
@@ -263,7 +263,7 @@ int32_t multi_find(uint32_t handle, const char* names, uint32_t kind, int32_t* r
     list[length] = '\0';
     split(list, items);
     const Find find_row = find_of_kind(kind);
-    const Registration found(handle);
+    const BriefRegistration found(handle);
     for (int32_t i = 0; find_row != nullptr && i < count; ++i) {
         results[i] = items[i] != nullptr ? find_row(handle, found, items[i]) : -1;
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "base/cancellation.h"
 #include "base/racing_copy.h"
 
 namespace vexo {
@@ -35,6 +36,7 @@ uint32_t settled(const StoreSequence& sequence) {
         if (spins < 100) {
             __builtin_ia32_pause();
         } else {
+            const CancellationHold hold;  // the caller is within a lock
             const timespec nap{0, 20000};
             nanosleep(&nap, nullptr);
         }

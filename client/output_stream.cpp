@@ -40,15 +40,17 @@ int32_t vexo_output_pause(uint32_t handle, uint32_t) {
 }
 
 int32_t vexo_ouput_data_receive(uint32_t handle, uint32_t, void* buffer, uint32_t size) {
-    const MutexLock lock(base_datarecv_mutex);
-    const Registration found = find_or_record_null({handle, __func__});
-    if (!found) {
+    const BriefLock lock(base_datarecv_mutex);
+    HandleState* const state = find_live_state(handle);
+    if (state == nullptr) {
+        record_null({handle, __func__});
         return -1;
     }
-    if (shared(found->streaming).load(std::memory_order_acquire) != kStarted) {
+    Dataspace& dataspace = *state->dataspace();
+    if (shared(dataspace.streaming).load(std::memory_order_acquire) != kStarted) {
         return VEXO_ERROR_NOT_FOUND;
     }
-    read_package(found->output_store, found.state().store_sequence,
+    read_package(dataspace.output_store, state->store_sequence,
                  {static_cast<uint8_t*>(buffer), size});
     return 0;
 }

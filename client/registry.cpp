@@ -83,13 +83,18 @@ void fill_slot(int index, uint32_t handle, const char* ip, Dataspace* dataspace)
     sem_init(&dataspace->reply, 0, 0);
 }
 
+// A state may have become another handle's since the lookup.
+bool is_of(const HandleState& state, uint32_t handle) {
+    return state.dataspace()->handle == handle;
+}
+
 // Begins a call on the handle.
 HandleState* enter(uint32_t handle) {
     HandleState* state = find_state(handle);
     if (state == nullptr || !state->enter()) {
         return nullptr;
     }
-    if (state->dataspace()->handle != handle) {  // it is another's since the lookup
+    if (!is_of(*state, handle)) {
         state->leave();
         return nullptr;
     }
@@ -100,10 +105,6 @@ void report_not_found(Caller caller) {
     report(caller, "%s---VexoHandle not found", caller.function);
 }
 
-void record_null(Caller caller) {
-    record(caller, "%s Error: vexoHandle is NULL", caller.function);
-}
-
 }  // namespace
 
 void report_if_null(uint32_t handle) {
@@ -112,10 +113,14 @@ void report_if_null(uint32_t handle) {
     }
 }
 
-Registration::Registration(uint32_t handle) : state_(enter(handle)) {}
+void record_null(Caller caller) {
+    record(caller, "%s Error: vexoHandle is NULL", caller.function);
+}
 
-Registration::Registration(Caller caller, void (*report_unknown)(Caller))
-    : Registration(caller.handle) {
+BriefRegistration::BriefRegistration(uint32_t handle) : state_(enter(handle)) {}
+
+BriefRegistration::BriefRegistration(Caller caller, void (*report_unknown)(Caller))
+    : BriefRegistration(caller.handle) {
     if (state_ == nullptr) {
         report_if_null(caller.handle);
         report_unknown(caller);
@@ -125,7 +130,7 @@ Registration::Registration(Caller caller, void (*report_unknown)(Caller))
 HandleState* find_live_state(uint32_t handle) {
     report_if_null(handle);
     HandleState* state = find_state(handle);
-    return state != nullptr && state->live() ? state : nullptr;
+    return state != nullptr && state->live() && is_of(*state, handle) ? state : nullptr;
 }
 
 const char* log_key(uint32_t handle) {

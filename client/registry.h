@@ -9,23 +9,22 @@
 
 namespace vexo {
 
-// A call on a handle, for the time that an object of this lives: the dataspace stays where it is,
-// and the thread is not cancelled but in the waits that allow it. Empty when the handle is not
-// registered or at its end: a freed handle's slot can stay visible to get_vexo_dataspace().
-class Registration {
+// A call on a handle, for the time that an object of this lives: the dataspace stays where it is.
+// Empty when the handle is not registered or at its end: a freed handle's slot can stay visible to
+// get_vexo_dataspace(). For calls without a cancellation point.
+class BriefRegistration {
 public:
-    explicit Registration(uint32_t handle);
+    explicit BriefRegistration(uint32_t handle);
     // Has an unknown handle reported, handle 0 with "VexoHandle is null" before that.
-    Registration(Caller caller, void (*report_unknown)(Caller));
-    ~Registration() { leave(); }
-    Registration(const Registration&) = delete;
-    Registration& operator=(const Registration&) = delete;
+    BriefRegistration(Caller caller, void (*report_unknown)(Caller));
+    ~BriefRegistration() { leave(); }
+    BriefRegistration(const BriefRegistration&) = delete;
+    BriefRegistration& operator=(const BriefRegistration&) = delete;
 
     explicit operator bool() const { return state_ != nullptr; }
     Dataspace* operator->() const { return state_->dataspace(); }
     Dataspace& operator*() const { return *state_->dataspace(); }
     HandleState& state() const { return *state_; }
-    const CancellationHold& hold() const { return hold_; }
 
     // For a thread that is cancelled, and so never gets to the destructor.
     void leave() const {
@@ -35,19 +34,29 @@ public:
     }
 
 private:
-    CancellationHold hold_;
     HandleState* state_;
+};
+
+// For all others: the thread is not cancelled inside but in the waits that allow it.
+class Registration : private CancellationHold, public BriefRegistration {
+public:
+    using BriefRegistration::BriefRegistration;
+
+    const CancellationHold& hold() const { return *this; }
 };
 
 // Prints and logs "VexoHandle is null" for handle 0.
 void report_if_null(uint32_t handle);
 
+// Logs " Error: vexoHandle is NULL".
+void record_null(Caller caller);
+
 // An unknown handle is reported in one of the two ways that the interface has.
 Registration find_or_report_not_found(Caller caller);  // prints and logs "---VexoHandle not found"
-Registration find_or_record_null(Caller caller);       // logs " Error: vexoHandle is NULL"
+Registration find_or_record_null(Caller caller);       // as record_null() does
 
-// For the receive thread, which keeps teardown off by its pass: null when the handle is gone.
-// Handle 0 is reported.
+// For those who keep the handle's end off by other means than being counted: the receive thread by
+// its pass, readers of packages by their mutex. Null when the handle is gone. Handle 0 is reported.
 HandleState* find_live_state(uint32_t handle);
 
 // Takes the handle from the list, and lets the lookups see as many slots as the list has handles.

@@ -1,6 +1,7 @@
 // Ends a handle's life.
 #include <sys/socket.h>
 
+#include "base/mutex_lock.h"
 #include "client/receive_thread.h"
 #include "client/registry.h"
 #include "client/vexo.h"
@@ -50,7 +51,7 @@ int32_t vexo_destroy(uint32_t handle) {
     }
     HandleState& state = found.state();
     if (!state.close()) {  // another thread ends it
-        record(caller, "%s Error: vexoHandle is NULL", caller.function);
+        record_null(caller);
         return -1;
     }
     if (state.has_other_calls()) {
@@ -64,6 +65,8 @@ int32_t vexo_destroy(uint32_t handle) {
     shared(found->streaming).store(kNotStarted, std::memory_order_release);
     vexo_thread_destroy();
     unregister(handle);
+    // Readers of the latest package are not counted, which would cost them more than the copy.
+    const BriefLock no_reader(base_datarecv_mutex);
     state.end();
     return result;
 }

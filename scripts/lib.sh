@@ -3,7 +3,8 @@
 
 library_packages=(build-essential cmake ninja-build uthash-dev)
 simulator_packages=(nlohmann-json3-dev libcli11-dev)
-test_packages=("${library_packages[@]}" "${simulator_packages[@]}" libgtest-dev libgmock-dev iproute2
+tool_packages=("${simulator_packages[@]}" libpcap-dev)
+test_packages=("${library_packages[@]}" "${tool_packages[@]}" libgtest-dev libgmock-dev iproute2
     nftables util-linux)
 
 script=scripts/$(basename "$0")

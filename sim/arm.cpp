@@ -7,10 +7,10 @@ namespace sim {
 
 namespace {
 
-constexpr double time_constant = 0.015;                           // s
-constexpr Joints velocity_limit{3.0, 3.0, 3.5, 5.0, 5.0, 6.0};    // rad/s
-constexpr Joints gravity_torque{0.0, 95.0, 42.0, 6.0, 3.0, 0.2};  // Nm with the link level
-constexpr Joints friction{12.0, 14.0, 9.0, 3.0, 2.5, 1.5};        // Nm s/rad
+constexpr double kTimeConstant = 0.015;                           // s
+constexpr Joints kVelocityLimit{3.0, 3.0, 3.5, 5.0, 5.0, 6.0};    // rad/s
+constexpr Joints kGravityTorque{0.0, 95.0, 42.0, 6.0, 3.0, 0.2};  // Nm with the link level
+constexpr Joints kFriction{12.0, 14.0, 9.0, 3.0, 2.5, 1.5};       // Nm s/rad
 
 // Denavit-Hartenberg parameters of the links.
 struct Link {
@@ -18,13 +18,13 @@ struct Link {
     double twist;   // rad
     double offset;  // m
 };
-constexpr double quarter = 1.5707963267948966;
-constexpr std::array<Link, 6> links{{{0.0, quarter, 0.155},
-                                     {-0.470, 0.0, 0.0},
-                                     {-0.410, 0.0, 0.0},
-                                     {0.0, quarter, 0.125},
-                                     {0.0, -quarter, 0.105},
-                                     {0.0, 0.0, 0.095}}};
+constexpr double kQuarter = 1.5707963267948966;
+constexpr std::array<Link, 6> kLinks{{{0.0, kQuarter, 0.155},
+                                      {-0.470, 0.0, 0.0},
+                                      {-0.410, 0.0, 0.0},
+                                      {0.0, kQuarter, 0.125},
+                                      {0.0, -kQuarter, 0.105},
+                                      {0.0, 0.0, 0.095}}};
 
 struct Frame {
     double rotation[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
@@ -54,9 +54,9 @@ Frame behind(const Frame& base, const Link& link, double angle) {
 }  // namespace
 
 void Arm::advance(double seconds) {
-    const double share = 1 - std::exp(-seconds / time_constant);
+    const double share = 1 - std::exp(-seconds / kTimeConstant);
     for (size_t joint = 0; joint < position.size(); ++joint) {
-        const double most = velocity_limit[joint] * speed_percent / 100 * seconds;
+        const double most = kVelocityLimit[joint] * speed_percent / 100 * seconds;
         const double step = std::clamp((target[joint] - position[joint]) * share, -most, most);
         position[joint] += step;
         velocity[joint] = step / seconds;
@@ -82,12 +82,12 @@ void Arm::raise_error(uint32_t code) {
 }
 
 double Arm::target_velocity(size_t joint) const {
-    const double limit = velocity_limit[joint] * speed_percent / 100;
-    return std::clamp((target[joint] - position[joint]) / time_constant, -limit, limit);
+    const double limit = kVelocityLimit[joint] * speed_percent / 100;
+    return std::clamp((target[joint] - position[joint]) / kTimeConstant, -limit, limit);
 }
 
 double Arm::torque(size_t joint) const {
-    return gravity_torque[joint] * std::cos(position[joint]) + friction[joint] * velocity[joint];
+    return kGravityTorque[joint] * std::cos(position[joint]) + kFriction[joint] * velocity[joint];
 }
 
 bool Arm::moving() const {
@@ -98,7 +98,7 @@ bool Arm::moving() const {
 Pose flange_pose(const Joints& joints) {
     Frame frame;
     for (size_t joint = 0; joint < joints.size(); ++joint) {
-        frame = behind(frame, links[joint], joints[joint]);
+        frame = behind(frame, kLinks[joint], joints[joint]);
     }
     const auto& r = frame.rotation;
     return {frame.origin[0],

@@ -17,9 +17,9 @@ struct DigitalBank {
     unsigned first_bit;
     unsigned count;
 };
-inline constexpr DigitalBank standard_bank{"standard", 0, 16};
-inline constexpr DigitalBank configurable_bank{"configurable", 16, 8};
-inline constexpr DigitalBank tool_bank{"tool", 24, 4};
+inline constexpr DigitalBank kStandardBank{"standard", 0, 16};
+inline constexpr DigitalBank kConfigurableBank{"configurable", 16, 8};
+inline constexpr DigitalBank kToolBank{"tool", 24, 4};
 
 struct Arm {
     Joints position{0.0, -1.2, 1.6, -0.4, 1.5, 0.0};  // rad

@@ -68,7 +68,7 @@ void put(Writer& out, const std::string& text) {
     out.bytes(field);
 }
 
-constexpr std::array<const char*, 6> pose_axes{"x", "y", "z", "rx", "ry", "rz"};
+constexpr std::array<const char*, 6> kPoseAxes{"x", "y", "z", "rx", "ry", "rz"};
 
 // Collects signals. `value` takes the arm, and for families also the index, and its result's type
 // decides the signal's type.
@@ -108,8 +108,8 @@ public:
     template <typename Value>
     void pose(const std::string& name, Value value) {
         add(name, value);
-        for (size_t i = 0; i < pose_axes.size(); ++i) {
-            add(name + "_" + pose_axes[i], [value, i](const Arm& arm) { return value(arm)[i]; });
+        for (size_t i = 0; i < kPoseAxes.size(); ++i) {
+            add(name + "_" + kPoseAxes[i], [value, i](const Arm& arm) { return value(arm)[i]; });
         }
     }
 
@@ -136,15 +136,15 @@ double power(const Arm& arm) {
 
 // How fast the flange moves, from its poses a moment apart.
 Pose flange_speed(const Arm& arm) {
-    constexpr double moment = 1e-4;
+    constexpr double kMoment = 1e-4;
     Joints before = arm.position;
     for (size_t joint = 0; joint < before.size(); ++joint) {
-        before[joint] -= arm.velocity[joint] * moment;
+        before[joint] -= arm.velocity[joint] * kMoment;
     }
     Pose speed = flange_pose(arm.position);
     const Pose earlier = flange_pose(before);
     for (size_t i = 0; i < speed.size(); ++i) {
-        speed[i] = std::remainder(speed[i] - earlier[i], 4 * std::acos(0.0)) / moment;
+        speed[i] = std::remainder(speed[i] - earlier[i], 4 * std::acos(0.0)) / kMoment;
     }
     return speed;
 }
@@ -233,7 +233,7 @@ void add_tool(Collector& c) {
 void add_digital(Collector& c) {
     c.add("digital_input_bits", [](const Arm& a) { return a.digital_inputs; });
     c.add("digital_output_bits", [](const Arm& a) { return a.digital_outputs; });
-    for (const DigitalBank& bank : {standard_bank, configurable_bank, tool_bank}) {
+    for (const DigitalBank& bank : {kStandardBank, kConfigurableBank, kToolBank}) {
         const std::string name = bank.name;
         const unsigned first = bank.first_bit;
         c.family(name + "_digital_input", bank.count, [first](const Arm& a, size_t i) {

@@ -87,10 +87,10 @@ Json list_of(const std::vector<Variable>& variables) {
 }  // namespace
 
 size_t width(Type type) {
-    static constexpr uint8_t widths[] = {1, 1, 1,  2,  4,  8,  1,  2,  4,  8,
-                                         4, 8, 24, 48, 12, 24, 24, 24, 255};
+    static constexpr uint8_t kWidths[] = {1, 1, 1,  2,  4,  8,  1,  2,  4,  8,
+                                          4, 8, 24, 48, 12, 24, 24, 24, 255};
     const auto code = static_cast<size_t>(type);
-    return code < sizeof widths ? widths[code] : 0;
+    return code < sizeof kWidths ? kWidths[code] : 0;
 }
 
 void Catalogue::check() const {

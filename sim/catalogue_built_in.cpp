@@ -7,15 +7,15 @@ namespace {
 
 // Ids differ from row numbers, and from one list to the other, so that a client that mixes them up
 // is found out.
-constexpr uint32_t first_output_id = 0x0201;
-constexpr uint32_t first_input_id = 0x1401;
-constexpr uint16_t first_method_id = 0x0065;
-constexpr uint16_t method_id_step = 3;
+constexpr uint32_t kFirstOutputId = 0x0201;
+constexpr uint32_t kFirstInputId = 0x1401;
+constexpr uint16_t kFirstMethodId = 0x0065;
+constexpr uint16_t kMethodIdStep = 3;
 
 class InputList {
 public:
     void add(const std::string& name, Type type) {
-        list.push_back({name, first_input_id + static_cast<uint32_t>(list.size()), type});
+        list.push_back({name, kFirstInputId + static_cast<uint32_t>(list.size()), type});
     }
     void family(const std::string& name, unsigned count, Type type) {
         for (unsigned i = 0; i < count; ++i) {
@@ -61,7 +61,7 @@ std::vector<Variable> inputs() {
     return std::move(all.list);
 }
 
-constexpr const char* method_names[] = {
+constexpr const char* kMethodNames[] = {
     "setPercentVelocity",
     "setStandardDigitalOut",
     "setConfigurableDigitalOut",
@@ -135,15 +135,15 @@ constexpr const char* method_names[] = {
 
 Catalogue Catalogue::built_in() {
     Catalogue result;
-    uint32_t output_id = first_output_id;
+    uint32_t output_id = kFirstOutputId;
     for (const Signal& signal : arm_signals()) {
         result.outputs.push_back({signal.name, output_id++, signal.type});
     }
     result.inputs = sim::inputs();
-    uint16_t method_id = first_method_id;
-    for (const char* name : method_names) {
+    uint16_t method_id = kFirstMethodId;
+    for (const char* name : kMethodNames) {
         result.methods.push_back({name, method_id});
-        method_id = static_cast<uint16_t>(method_id + method_id_step);
+        method_id = static_cast<uint16_t>(method_id + kMethodIdStep);
     }
     return result;
 }

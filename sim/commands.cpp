@@ -138,12 +138,12 @@ Status reset_error(Arm& arm, const Arguments&, Writer&) {
 
 const Command commands[] = {
     {"setPercentVelocity", Port::io, {Type::f64}, set_speed},
-    {"setStandardDigitalOut", Port::io, {Type::u8, Type::boolean}, set_output<standard_bank>},
+    {"setStandardDigitalOut", Port::io, {Type::u8, Type::boolean}, set_output<kStandardBank>},
     {"setConfigurableDigitalOut",
      Port::io,
      {Type::u8, Type::boolean},
-     set_output<configurable_bank>},
-    {"setToolDigitalOut", Port::io, {Type::u8, Type::boolean}, set_output<tool_bank>},
+     set_output<kConfigurableBank>},
+    {"setToolDigitalOut", Port::io, {Type::u8, Type::boolean}, set_output<kToolBank>},
     {"getAllDigitalInputBits", Port::io, {}, get_bits<&Arm::digital_inputs>},
     {"getAllDigitalOutputBits", Port::io, {}, get_bits<&Arm::digital_outputs>},
     {"servoStop", Port::control, {Type::f64}, stop_servo},

@@ -33,7 +33,7 @@ struct Command {
     Status (*run)(Arm& arm, const std::vector<Argument>& arguments, Writer& reply);
 };
 
-inline constexpr std::string_view servo_command = "servoJ";
+inline constexpr std::string_view kServoCommand = "servoJ";
 
 // Null when the arm knows no command of this name. The servo-joint command is none of these.
 const Command* find_command(std::string_view name);

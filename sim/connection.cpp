@@ -11,16 +11,16 @@ namespace sim {
 
 namespace {
 
-constexpr size_t least_message = 3;  // length word and type
+constexpr size_t kLeastMessage = 3;  // length word and type
 
 // The message that `data` begins with; nothing as long as it is not whole. A length word too small
 // for a message makes all of the data one malformed message.
 std::optional<BytesView> first_message(BytesView data) {
-    if (data.size() < least_message) {
+    if (data.size() < kLeastMessage) {
         return std::nullopt;
     }
     const size_t length = Reader(data).number<uint16_t>();
-    if (length < least_message) {
+    if (length < kLeastMessage) {
         return data;
     }
     return length <= data.size() ? std::optional(data.first(length)) : std::nullopt;

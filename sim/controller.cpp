@@ -7,7 +7,7 @@ namespace sim {
 namespace {
 
 Bytes reply_header(char letter, Status status) {
-    Bytes reply(reply_header_size);
+    Bytes reply(kReplyHeaderSize);
     reply[2] = static_cast<uint8_t>(letter);
     reply[3] = static_cast<uint8_t>(status);
     return reply;

@@ -91,11 +91,11 @@ Status Exchange::dispatch(char letter, Reader& in, Writer& payload) {
 }
 
 Status Exchange::negotiate(Reader& in, Writer& payload) {
-    constexpr uint64_t raw_bit = 0x10000;
-    constexpr uint64_t nack_bit = 0x20000;
+    constexpr uint64_t kRawBit = 0x10000;
+    constexpr uint64_t kNackBit = 0x20000;
     const auto word = in.number<uint64_t>();
     std::optional<MacAddress> client;
-    if ((word & raw_bit) != 0) {
+    if ((word & kRawBit) != 0) {
         client.emplace();
         std::ranges::copy(in.bytes(client->size()), client->begin());
     }
@@ -106,7 +106,7 @@ Status Exchange::negotiate(Reader& in, Writer& payload) {
         return Status::no_raw_path;
     }
     session.version = word & 0xFFFF;
-    session.nack = client && (word & nack_bit) != 0;
+    session.nack = client && (word & kNackBit) != 0;
     session.raw_client = client;
     if (client) {
         payload.bytes(*own_mac_);
@@ -225,7 +225,7 @@ Status Exchange::call(Port port, Reader& in, Writer& payload) {
 
 Status Exchange::run(const MethodEntry& entry, Port port, const std::vector<Argument>& arguments,
                      Writer& payload) {
-    if (entry.method->name == servo_command) {
+    if (entry.method->name == kServoCommand) {
         return port != Port::io ? servo(port, arguments) : Status::wrong_port;
     }
     if (entry.command == nullptr) {

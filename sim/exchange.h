@@ -13,7 +13,7 @@
 
 namespace sim {
 
-inline constexpr size_t reply_header_size = 7;
+inline constexpr size_t kReplyHeaderSize = 7;
 
 // From the connection of a client to its leaving.
 struct Session {

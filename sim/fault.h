@@ -15,8 +15,8 @@ namespace sim {
 enum class Target { reply, package, controller };
 
 struct Fault {
-    static constexpr size_t always = std::numeric_limits<size_t>::max();
-    static constexpr size_t whole = std::numeric_limits<size_t>::max();
+    static constexpr size_t kAlways = std::numeric_limits<size_t>::max();
+    static constexpr size_t kWhole = std::numeric_limits<size_t>::max();
 
     // Which messages.
     Target target = Target::reply;
@@ -31,7 +31,7 @@ struct Fault {
                                       // lasts: always
     uint32_t seed = 1;                // of everything random about it
     Span at{0};                       // not before so long after the injection
-    Span lasts = forever;             // and no longer than this from then on
+    Span lasts = kForever;            // and no longer than this from then on
 
     // What the message says. A request that is refused is not carried out.
     std::optional<uint8_t> status;              // refuse the request with this status
@@ -50,17 +50,17 @@ struct Fault {
     uint32_t missed = 0;                        // package_counter has gone up by so many more
 
     // How it is delivered.
-    bool lost = false;          // not at all
-    Span delay{0};              // late
-    Span jitter{0};             // and up to so much later, at random
-    std::vector<size_t> cuts;   // in pieces that begin at these positions (TCP only),
-    size_t pieces = 0;          // or that are so long,
-    Span pause{20000};          // so long apart
-    bool doubled = false;       // sent twice
-    bool swapped = false;       // behind the next message
-    size_t burst = 0;           // together with those that follow, so many in all
-    Break link = Break::none;   // the connection ends (TCP only)
-    size_t link_after = whole;  // when so many bytes of the message are sent, and no more are,
+    bool lost = false;           // not at all
+    Span delay{0};               // late
+    Span jitter{0};              // and up to so much later, at random
+    std::vector<size_t> cuts;    // in pieces that begin at these positions (TCP only),
+    size_t pieces = 0;           // or that are so long,
+    Span pause{20000};           // so long apart
+    bool doubled = false;        // sent twice
+    bool swapped = false;        // behind the next message
+    size_t burst = 0;            // together with those that follow, so many in all
+    Break link = Break::none;    // the connection ends (TCP only)
+    size_t link_after = kWhole;  // when so many bytes of the message are sent, and no more are,
     std::optional<size_t>
         link_total;  // or of all: replies of the session, packages since the start
 

@@ -7,8 +7,8 @@ namespace sim {
 namespace {
 
 size_t times(const Fault& fault) {
-    const bool many = fault.every > 0 || fault.chance < 100 || fault.lasts != forever;
-    return fault.times.value_or(many ? Fault::always : 1);
+    const bool many = fault.every > 0 || fault.chance < 100 || fault.lasts != kForever;
+    return fault.times.value_or(many ? Fault::kAlways : 1);
 }
 
 // The protocol version that a request asks for.
@@ -56,7 +56,7 @@ Fault FaultBook::use(std::list<Entry>::iterator entry) {
     Fault met = entry->fault;
     met.delay += std::chrono::duration_cast<Span>(met.jitter * share(entry->random));
     met.seed = static_cast<uint32_t>(entry->random());
-    if (entry->left != Fault::always && --entry->left == 0) {
+    if (entry->left != Fault::kAlways && --entry->left == 0) {
         entries_.erase(entry);
     }
     return met;

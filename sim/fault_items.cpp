@@ -23,14 +23,14 @@ void choose(Fault& fault, const std::string&) {
 template <auto member>
 void set_span(Fault& fault, const std::string& text) {
     if (text == "forever") {
-        fault.*member = forever;
+        fault.*member = kForever;
     } else {
         set<member>(fault, text);
     }
 }
 
 void set_times(Fault& fault, const std::string& text) {
-    fault.times = text == "always" ? Fault::always : number<size_t>(text);
+    fault.times = text == "always" ? Fault::kAlways : number<size_t>(text);
 }
 
 void set_chance(Fault& fault, const std::string& text) {
@@ -108,7 +108,7 @@ void take_over(Fault& fault, const std::string&) {
 
 using F = Fault;
 
-constexpr FaultItem choice_items[] = {
+constexpr FaultItem kChoiceItems[] = {
     {"reply", "", choose<&F::target, Target::reply>,
      "replies; need not be said, but where an item for the controller is to wait for one"},
     {"package", "", choose<&F::target, Target::package>, "output packages instead of replies"},
@@ -120,7 +120,7 @@ constexpr FaultItem choice_items[] = {
     {"chance", "PERCENT", set_chance, "and of these so many, at random"},
 };
 
-constexpr FaultItem occasion_items[] = {
+constexpr FaultItem kOccasionItems[] = {
     {"port", "io", set<&F::port>,
      "only on this port: `io`, `control`, `stream` or `raw`; of an outage: only there"},
     {"times", "N or always", set_times,
@@ -131,7 +131,7 @@ constexpr FaultItem occasion_items[] = {
     {"for", "MS", set<&F::lasts>, "and for so long"},
 };
 
-constexpr FaultItem contents_items[] = {
+constexpr FaultItem kContentsItems[] = {
     {"status", "N", set<&F::status>, "the request is refused with this status and not carried out"},
     {"empty", "", choose<&F::empty_page, true>, "a catalogue page without entries"},
     {"entries", "N", set<&F::entries>,
@@ -150,7 +150,7 @@ constexpr FaultItem contents_items[] = {
     {"missed", "N", set<&F::missed>, "`package_counter` goes up by N more"},
 };
 
-constexpr FaultItem delivery_items[] = {
+constexpr FaultItem kDeliveryItems[] = {
     {"lost", "", choose<&F::lost, true>, "not sent"},
     {"delay", "MS", set<&F::delay>, "sent late; later messages on the connection wait for it"},
     {"jitter", "MS", set<&F::jitter>, "up to so much later, at random"},
@@ -166,7 +166,7 @@ constexpr FaultItem delivery_items[] = {
      "the start, and of it only what is before that byte"},
 };
 
-constexpr FaultItem ends_items[] = {
+constexpr FaultItem kEndsItems[] = {
     {"close", "", choose<&F::link, Break::close>, "the connection is closed behind the message"},
     {"reset", "", choose<&F::link, Break::reset>, "the connection is reset behind it"},
     {"abandon", "", choose<&F::link, Break::abandon>,
@@ -174,7 +174,7 @@ constexpr FaultItem ends_items[] = {
      "comes is answered with a reset"},
 };
 
-constexpr FaultItem frame_items[] = {
+constexpr FaultItem kFrameItems[] = {
     {"altered", "", choose<&F::altered, true>, "its last byte is changed, its checksum is not"},
     {"tagged", "", choose<&F::tagged, true>, "with an 802.1Q tag"},
     {"source", "02:00:00:00:00:09", set<&F::source>, "from another station"},
@@ -183,7 +183,7 @@ constexpr FaultItem frame_items[] = {
     {"gap", "N", set<&F::gap>, "N sequence numbers are left out before it"},
 };
 
-constexpr FaultItem controller_items[] = {
+constexpr FaultItem kControllerItems[] = {
     {"reboot", "MS", set_span<&F::reboot>,
      "switched off for so long, then as just switched on; the connections end as `close`, "
      "`reset` or `abandon` says"},
@@ -207,7 +207,7 @@ constexpr FaultItem controller_items[] = {
     {"error", "N", set<&F::error>, "the error N is set"},
 };
 
-constexpr FaultItem identity_items[] = {
+constexpr FaultItem kIdentityItems[] = {
     {"model", "N", set_model, "another model number"},
     {"firmware", "TEXT", set_firmware, "another firmware version"},
     {"catalogue", "FILE", load_catalogue, "the catalogue of this file"},
@@ -219,21 +219,21 @@ constexpr FaultItem identity_items[] = {
     {"filled", "N", add_filling, "each list gets entries more until its length is a multiple of N"},
 };
 
-constexpr FaultGroup groups[] = {
-    {"Which messages", true, choice_items},
-    {"When and where", false, occasion_items},
-    {"What the message says", true, contents_items},
-    {"How it is delivered", true, delivery_items},
-    {"How its connection ends (TCP)", false, ends_items},
-    {"What befalls its frame, on the raw path", true, frame_items},
-    {"What befalls the controller", false, controller_items},
-    {"What it publishes, from the next session on", false, identity_items},
+constexpr FaultGroup kGroups[] = {
+    {"Which messages", true, kChoiceItems},
+    {"When and where", false, kOccasionItems},
+    {"What the message says", true, kContentsItems},
+    {"How it is delivered", true, kDeliveryItems},
+    {"How its connection ends (TCP)", false, kEndsItems},
+    {"What befalls its frame, on the raw path", true, kFrameItems},
+    {"What befalls the controller", false, kControllerItems},
+    {"What it publishes, from the next session on", false, kIdentityItems},
 };
 
 }  // namespace
 
 std::span<const FaultGroup> fault_groups() {
-    return groups;
+    return kGroups;
 }
 
 }  // namespace sim

@@ -31,8 +31,8 @@ void read(const std::string& text, std::string& value) {
 }
 
 void read(const std::string& text, Span& value) {
-    constexpr double longest = 1e9;  // ms
-    value = Span(std::llround(number_within(text, 0, longest) * 1000));
+    constexpr double kLongest = 1e9;  // ms
+    value = Span(std::llround(number_within(text, 0, kLongest) * 1000));
 }
 
 void read(const std::string& text, std::vector<size_t>& value) {

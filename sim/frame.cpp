@@ -6,11 +6,11 @@ namespace sim {
 
 namespace {
 
-constexpr size_t ethernet_size = 14;
-constexpr size_t header_size = 12;
-constexpr size_t checksum_offset = 2;  // in the header
-constexpr uint8_t marker = 0xA6;
-constexpr uint16_t magic = 0xB7C8;
+constexpr size_t kEthernetSize = 14;
+constexpr size_t kHeaderSize = 12;
+constexpr size_t kChecksumOffset = 2;  // in the header
+constexpr uint8_t kMarker = 0xA6;
+constexpr uint16_t kMagic = 0xB7C8;
 
 uint16_t big_endian(BytesView data, size_t at) {
     return static_cast<uint16_t>(data[at] << 8 | data[at + 1]);
@@ -46,17 +46,17 @@ Bytes build_frame(const Frame& frame, const Fault& fault) {
     if (fault.tagged) {
         out.bytes(Bytes{0x81, 0x00, 0x00, 0x05});
     }
-    out.bytes(Bytes{frame_ethertype >> 8, frame_ethertype & 0xFF});
+    out.bytes(Bytes{kFrameEthertype >> 8, kFrameEthertype & 0xFF});
     const size_t start = bytes.size();
-    out.number(marker);
+    out.number(kMarker);
     out.number(fault.code.value_or(static_cast<uint8_t>(frame.code)));
     out.number(uint16_t{0});  // the checksum's place
-    out.number(magic);
+    out.number(kMagic);
     out.number(frame.sequence);
     out.number(fault.payload_length.value_or(static_cast<uint16_t>(frame.payload.size())));
     out.number(uint16_t{0});
     out.bytes(frame.payload);
-    put_big_endian(bytes, start + checksum_offset, checksum(BytesView(bytes).subspan(start)));
+    put_big_endian(bytes, start + kChecksumOffset, checksum(BytesView(bytes).subspan(start)));
     if (fault.altered) {
         bytes.back() ^= 0xFF;
     }
@@ -69,16 +69,16 @@ std::optional<Frame> read_frame(BytesView bytes) {
     std::ranges::copy(in.bytes(frame.destination.size()), frame.destination.begin());
     std::ranges::copy(in.bytes(frame.source.size()), frame.source.begin());
     in.bytes(2);  // the socket takes frames of one EtherType only
-    const bool marked = in.number<uint8_t>() == marker;
+    const bool marked = in.number<uint8_t>() == kMarker;
     frame.code = static_cast<FrameCode>(in.number<uint8_t>());
     in.bytes(2);  // checksum
-    const bool magical = in.number<uint16_t>() == magic;
+    const bool magical = in.number<uint16_t>() == kMagic;
     frame.sequence = in.number<uint16_t>();
     const auto length = in.number<uint16_t>();
     in.bytes(2);
     frame.payload = in.bytes(length);
     // A sum that includes its own checksum comes to zero.
-    const bool sound = in.ok() && checksum(bytes.subspan(ethernet_size, header_size + length)) == 0;
+    const bool sound = in.ok() && checksum(bytes.subspan(kEthernetSize, kHeaderSize + length)) == 0;
     return sound && marked && magical ? std::optional(frame) : std::nullopt;
 }
 

@@ -9,7 +9,7 @@
 
 namespace sim {
 
-inline constexpr uint16_t frame_ethertype = 0xC815;
+inline constexpr uint16_t kFrameEthertype = 0xC815;
 
 enum class FrameCode : uint8_t { package = 144, input = 145, command = 146 };
 

@@ -5,7 +5,7 @@
 namespace sim {
 
 size_t Outages::row(Port port) {
-    return static_cast<size_t>(std::ranges::find(ports, port) - ports.begin());
+    return static_cast<size_t>(std::ranges::find(kPorts, port) - kPorts.begin());
 }
 
 bool Outages::lasts(Kind kind, Port port, Clock::time_point now) const {
@@ -14,7 +14,7 @@ bool Outages::lasts(Kind kind, Port port, Clock::time_point now) const {
 
 void Outages::set(Kind kind, std::optional<Span> span, std::optional<Port> port,
                   Clock::time_point now) {
-    for (const Port each : ports) {
+    for (const Port each : kPorts) {
         if (span && (!port || each == *port)) {
             until_[static_cast<size_t>(kind)][row(each)] = after(now, *span);
         }

@@ -37,15 +37,15 @@ public:
 
 private:
     enum class Kind { down, silent, half_open, refused };
-    static constexpr size_t kinds = 4;
-    static constexpr std::array<Port, 4> ports{Port::raw, Port::io, Port::control, Port::stream};
+    static constexpr size_t kKinds = 4;
+    static constexpr std::array<Port, 4> kPorts{Port::raw, Port::io, Port::control, Port::stream};
 
     static size_t row(Port port);
     bool lasts(Kind kind, Port port, Clock::time_point now) const;
     void set(Kind kind, std::optional<Span> span, std::optional<Port> port, Clock::time_point now);
 
     // The clock's epoch: no outage.
-    std::array<std::array<Clock::time_point, ports.size()>, kinds> until_{};
+    std::array<std::array<Clock::time_point, kPorts.size()>, kKinds> until_{};
 };
 
 }  // namespace sim

@@ -16,7 +16,7 @@ namespace sim {
 class Outbox {
 public:
     // Beyond so many waiting bytes a client is taken not to read.
-    static constexpr size_t backlog = 1 << 20;
+    static constexpr size_t kBacklog = 1 << 20;
 
     struct Item {
         Bytes data;
@@ -33,7 +33,7 @@ public:
     Break flush(Clock::time_point now, const Send& send);
 
     bool empty() const { return items_.empty() && aside_.empty(); }
-    bool full() const { return waiting_ > backlog; }
+    bool full() const { return waiting_ > kBacklog; }
     // The system took less than what was due.
     bool blocked() const { return blocked_; }
     // When to flush next; never while the outbox is empty or waits for something else.

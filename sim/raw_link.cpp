@@ -59,7 +59,7 @@ RawLink::RawLink(const std::string& interface, const std::optional<MacAddress>& 
     }
     sockaddr_ll local{};
     local.sll_family = AF_PACKET;
-    local.sll_protocol = htons(frame_ethertype);
+    local.sll_protocol = htons(kFrameEthertype);
     local.sll_ifindex = static_cast<int>(index);
     require(bind(socket_.get(), reinterpret_cast<sockaddr*>(&local), sizeof local) == 0, interface);
 }

@@ -13,7 +13,7 @@ namespace sim {
 
 namespace {
 
-constexpr auto retry_interval = std::chrono::milliseconds(10);  // of a port that cannot be had
+constexpr auto kRetryInterval = std::chrono::milliseconds(10);  // of a port that cannot be had
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -137,7 +137,7 @@ Clock::time_point Server::next_event() const {
     }
     for (const Listener& listener : listeners_) {
         if (listener.socket.get() < 0 && !outages_.refused(listener.port, now_)) {
-            event = std::min(event, now_ + retry_interval);
+            event = std::min(event, now_ + kRetryInterval);
         }
     }
     for (const Connection& connection : connections_) {

@@ -42,11 +42,11 @@ public:
     // Another controller has the address from now on. Connections to the one before are abandoned.
     void take_over(Catalogue catalogue, Versions versions);
     // Takes connections and messages, but neither carries them out nor answers.
-    void silence(Span span = forever, std::optional<Port> port = {});
+    void silence(Span span = kForever, std::optional<Port> port = {});
     // Connections are there or come about, but nothing is read from them, and nothing is sent.
-    void half_open(Span span = forever, std::optional<Port> port = {});
+    void half_open(Span span = kForever, std::optional<Port> port = {});
     // Nobody listens; the connections that there are go on.
-    void refuse(Span span = forever, std::optional<Port> port = {});
+    void refuse(Span span = kForever, std::optional<Port> port = {});
     // Ends every connection of a port, as a cut cable or a dying controller would.
     void disconnect(Port port, Break how = Break::close);
     // Publishes another catalogue from the next session on.

@@ -8,13 +8,13 @@ namespace sim {
 
 namespace {
 
-constexpr size_t count_offset = reply_header_size;
-constexpr size_t package_recipe_offset = 3;
+constexpr size_t kCountOffset = kReplyHeaderSize;
+constexpr size_t kPackageRecipeOffset = 3;
 
 // Where the first so many entries of a catalogue page end.
 size_t end_of_entries(const Bytes& page, size_t count) {
     const size_t behind_name = page[2] == 'M' ? sizeof(uint16_t) : sizeof(uint32_t) + 1;
-    size_t at = count_offset + 1;
+    size_t at = kCountOffset + 1;
     for (size_t i = 0; i < count && at < page.size(); ++i) {
         at += 1 + page[at] + behind_name;
     }
@@ -22,9 +22,9 @@ size_t end_of_entries(const Bytes& page, size_t count) {
 }
 
 void shorten_page(Bytes& page, size_t most) {
-    if (page.size() > count_offset && page[count_offset] > most) {
+    if (page.size() > kCountOffset && page[kCountOffset] > most) {
         page.resize(end_of_entries(page, most));
-        page[count_offset] = static_cast<uint8_t>(most);
+        page[kCountOffset] = static_cast<uint8_t>(most);
     }
 }
 
@@ -36,14 +36,14 @@ void put(Bytes& message, size_t at, std::optional<uint8_t> value) {
 
 void change_contents(Bytes& message, const Fault& fault) {
     if (fault.empty_page) {
-        message.resize(reply_header_size);
+        message.resize(kReplyHeaderSize);
         message.push_back(0);
     }
     if (fault.entries) {
         shorten_page(message, *fault.entries);
     }
-    put(message, count_offset, fault.count);
-    put(message, fault.target == Target::package ? package_recipe_offset : reply_header_size,
+    put(message, kCountOffset, fault.count);
+    put(message, fault.target == Target::package ? kPackageRecipeOffset : kReplyHeaderSize,
         fault.recipe_id);
     if (fault.bytes) {
         message = *fault.bytes;

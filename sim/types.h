@@ -19,7 +19,7 @@ using Joints = std::array<double, 6>;  // rad
 
 // How long something lasts, or until it happens.
 using Span = std::chrono::microseconds;
-inline constexpr Span forever = Span::max();
+inline constexpr Span kForever = Span::max();
 
 // Where a message comes from: a TCP port, or the raw frames beside the ports.
 enum class Port : uint16_t { raw = 0, io = 2295, control = 2297, stream = 2299 };

@@ -21,15 +21,15 @@ PeerRecord* sending;  // in the peer's process
 
 // The package that a message or a frame carries, or null.
 const uint8_t* package_in(const uint8_t* bytes, size_t size, size_t& length) {
-    constexpr size_t frame_header = 26;
-    constexpr size_t frame_code = 15;
-    constexpr uint8_t output_frame = 144;
-    if (size > frame_header + Package::header && bytes[frame_code] == output_frame &&
+    constexpr size_t kFrameHeader = 26;
+    constexpr size_t kFrameCode = 15;
+    constexpr uint8_t kOutputFrame = 144;
+    if (size > kFrameHeader + Package::kHeader && bytes[kFrameCode] == kOutputFrame &&
         bytes[12] == 0xC8 && bytes[13] == 0x15) {
-        bytes += frame_header;
-        size -= frame_header;
+        bytes += kFrameHeader;
+        size -= kFrameHeader;
     }
-    if (size < Package::header + sizeof(Package) || bytes[2] != 'U') {
+    if (size < Package::kHeader + sizeof(Package) || bytes[2] != 'U') {
         return nullptr;
     }
     length = static_cast<size_t>(bytes[0] | bytes[1] << 8);

@@ -114,7 +114,7 @@ void remember(Arrivals& arrivals, const Package& content) {
 void note(uint32_t handle, std::span<const uint8_t> bytes) {
     const auto found = std::find(handles.begin(), handles.end(), handle);
     if (peer == nullptr || found == handles.end() ||
-        bytes.size() < Package::header + sizeof(Package)) {
+        bytes.size() < Package::kHeader + sizeof(Package)) {
         return;
     }
     const auto controller = static_cast<size_t>(found - handles.begin());

@@ -33,7 +33,7 @@ inline Nanoseconds now() {
 
 // The part of a package that says which one it is; the rest of it is filling.
 struct Package {
-    static constexpr size_t header = 4;
+    static constexpr size_t kHeader = 4;
 
     uint32_t counter;
     uint32_t controller;     // 0 to kHandles - 1
@@ -41,7 +41,7 @@ struct Package {
 
     static Package read(const uint8_t* bytes) {
         Package package{};
-        std::memcpy(&package, bytes + header, sizeof package);
+        std::memcpy(&package, bytes + kHeader, sizeof package);
         return package;
     }
 };

@@ -15,7 +15,7 @@ struct BaudCase {
 };
 
 // The last ones are not listed.
-constexpr BaudCase baud_cases[] = {
+constexpr BaudCase kBaudCases[] = {
     {110, B110},         {300, B300},         {600, B600},         {1200, B1200},
     {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
     {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},
@@ -35,7 +35,7 @@ termios settings(unsigned baud, int data_bits, int stop_bits, int parity) {
 
 TEST(SerialSettings, EachBaudRateReachesTheDevice) {
     const test::PtyPair pty;
-    for (const auto& [baud, speed] : baud_cases) {
+    for (const auto& [baud, speed] : kBaudCases) {
         int fd = -1;
         ASSERT_EQ(vexo::tty_local_connect(pty.device.c_str(), baud, 8, 1, 'N', &fd, nullptr), 0);
         const termios now = pty.settings();

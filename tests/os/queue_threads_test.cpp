@@ -126,13 +126,13 @@ TEST(QueueThreads, MayBeDestroyedAtAnyMomentOfAWait) {
 }
 
 TEST(QueueThreads, LoseNoElement) {
-    constexpr uintptr_t each = 4000;
+    constexpr uintptr_t kEach = 4000;
     Queue* const queue = queue_create_limited(16);
     std::atomic<uintptr_t> sum{0};
     std::vector<std::unique_ptr<Caller>> threads;
     for (int i = 0; i < 4; ++i) {
         threads.push_back(std::make_unique<Caller>([&] {
-            for (uintptr_t taken = 0; taken < each;) {
+            for (uintptr_t taken = 0; taken < kEach;) {
                 void* got = nullptr;
                 if (const int result = queue_get_wait(queue, &got); result == 0) {
                     sum += number(got);
@@ -145,7 +145,7 @@ TEST(QueueThreads, LoseNoElement) {
         }));
         threads.push_back(std::make_unique<Caller>([&] {
             int failures = 0;
-            for (uintptr_t n = 0; n < each; ++n) {
+            for (uintptr_t n = 0; n < kEach; ++n) {
                 failures += queue_put_wait(queue, element(n)) != 0;
             }
             return failures;
@@ -154,7 +154,7 @@ TEST(QueueThreads, LoseNoElement) {
     for (auto& thread : threads) {
         EXPECT_EQ(thread->result(), 0);
     }
-    EXPECT_EQ(sum, 4 * each * (each - 1) / 2);
+    EXPECT_EQ(sum, 4 * kEach * (kEach - 1) / 2);
     EXPECT_EQ(queue_destroy(queue), 0);
 }
 

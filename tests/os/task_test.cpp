@@ -92,14 +92,14 @@ TEST(Task, LeavesNothingBehind) {
         pthread_sem_signal(*static_cast<int32_t*>(semaphore));
         return nullptr;
     };
-    constexpr uint32_t stack_size = 64U << 20;
+    constexpr uint32_t kStackSize = 64U << 20;
     for (int i = 0; i < 200; ++i) {
-        ASSERT_EQ(pthread_create_task(end, &ended, stack_size), 0);
+        ASSERT_EQ(pthread_create_task(end, &ended, kStackSize), 0);
         ASSERT_EQ(pthread_sem_wait(ended, 10000, 0), 0);
     }
     const auto mapped_pages = [] { return std::stoull(test::read_file("/proc/self/statm")); };
     if (!test::sanitized()) {  // whose shadow memory is counted too
-        EXPECT_TRUE(test::wait_until([&] { return mapped_pages() * 4096 < 20ULL * stack_size; }));
+        EXPECT_TRUE(test::wait_until([&] { return mapped_pages() * 4096 < 20ULL * kStackSize; }));
     }
 }
 

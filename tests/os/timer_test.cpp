@@ -22,8 +22,8 @@ using namespace std::chrono_literals;
 using test::Clock;
 using test::wait_until;
 
-constexpr uint32_t big_stack = 262144;
-constexpr int32_t priority = 20;
+constexpr uint32_t kBigStack = 262144;
+constexpr int32_t kPriority = 20;
 
 // What a timer's callback has seen, and what it is to do.
 struct Calls {
@@ -68,7 +68,7 @@ int32_t request_signal_timer(uint32_t period_us, Calls& calls, uint32_t one_shot
 }
 
 int32_t request_own_thread(uint32_t period_us, Calls& calls, uint32_t one_shot = 0) {
-    return pthread_request_timer(period_us, nullptr, note_call, &calls, big_stack, priority,
+    return pthread_request_timer(period_us, nullptr, note_call, &calls, kBigStack, kPriority,
                                  one_shot);
 }
 
@@ -159,7 +159,7 @@ TEST_F(RealTimeTimer, HasAThreadOfItsOwn) {
         EXPECT_TRUE(calls[row].goes_on());
         EXPECT_EQ(calls[row].index, row);
         EXPECT_EQ(calls[row].policy, SCHED_FIFO);
-        EXPECT_EQ(calls[row].priority, row == 0 ? priority : 31);
+        EXPECT_EQ(calls[row].priority, row == 0 ? kPriority : 31);
     }
     EXPECT_NE(calls[0].thread, calls[1].thread);
     EXPECT_NE(calls[0].thread, gettid());
@@ -167,9 +167,9 @@ TEST_F(RealTimeTimer, HasAThreadOfItsOwn) {
     EXPECT_TRUE(calls[1].goes_on());
     EXPECT_EQ(pthread_free_timer(0), 0);
     EXPECT_EQ(pthread_free_timer(1), 0);
-    EXPECT_GE(stack_size, big_stack + 16384);
+    EXPECT_GE(stack_size, kBigStack + 16384);
     if (!test::sanitized()) {
-        EXPECT_EQ(stack_size, big_stack + 16384);
+        EXPECT_EQ(stack_size, kBigStack + 16384);
     }
 }
 
@@ -360,7 +360,7 @@ TEST_F(RealTimeTimer, LeavesNeitherRowNorThreadWhenItIsRefused) {
     const rlimit none{0, limit.rlim_max};
     const auto threads = test::thread_count();
     Calls calls;
-    EXPECT_EQ(pthread_request_timer(1000, nullptr, nullptr, nullptr, big_stack, priority, 0), -1);
+    EXPECT_EQ(pthread_request_timer(1000, nullptr, nullptr, nullptr, kBigStack, kPriority, 0), -1);
     for (const int32_t wrong_priority : {0, -1, 100}) {
         EXPECT_EQ(pthread_request_timer(1000, nullptr, note_call, &calls, 16384, wrong_priority, 0),
                   -1);

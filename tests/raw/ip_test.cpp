@@ -23,7 +23,7 @@ protected:
     std::unique_ptr<Port> robot;
 };
 
-constexpr uint32_t robot_address = 0x0A000005;
+constexpr uint32_t kRobotAddress = 0x0A000005;
 
 Bytes without_ip_header(const Bytes& datagram) {
     return Bytes(datagram.begin() + 20, datagram.end());
@@ -37,7 +37,7 @@ TEST_F(RawIp, SendsMessagesOfTheGivenLayout) {
     EXPECT_EQ(message[0], 0xEE);
     EXPECT_EQ(socket_raw_set_peerip(0, 0), -100);
 
-    EXPECT_EQ(socket_raw_set_peerip(0, robot_address), 0);
+    EXPECT_EQ(socket_raw_set_peerip(0, kRobotAddress), 0);
     EXPECT_EQ(socket_raw_sendto(0, 0x92, message.data(), 11), 11);
     EXPECT_EQ(hex(without_ip_header(robot->receive())),
               hex(bytes("A6 92 8C B3 C8 B7 00 00 01 02 03")));
@@ -47,7 +47,7 @@ TEST_F(RawIp, SendsMessagesOfTheGivenLayout) {
 }
 
 TEST_F(RawIp, CutsTheHeaderOfMessagesShorterThanIt) {
-    EXPECT_EQ(socket_raw_set_peerip(0, robot_address), 0);
+    EXPECT_EQ(socket_raw_set_peerip(0, kRobotAddress), 0);
     // A692 has the complement 596D; A692 + C8B7 + EE00 = 25D49, with the carry 5D4B, that of A2B4.
     for (const char* const expected :
          {"A6 92", "A6 92 EE", "A6 92 59 6D", "A6 92 A2 B4 C8 B7 EE"}) {

@@ -15,9 +15,9 @@ using test::Bench;
 using test::Peer;
 using Next = Peer::Next;
 
-constexpr const char* versions = "03 00 76";
-constexpr const char* versions_reply = "10 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 ";
-constexpr const char* page = "07 00 52 00 00 00 00";
+constexpr const char* kVersions = "03 00 76";
+constexpr const char* kVersionsReply = "10 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 ";
+constexpr const char* kPage = "07 00 52 00 00 00 00";
 
 sim::Options small_controller() {
     sim::Options options;
@@ -49,20 +49,20 @@ TEST(Fault, ChangesWhatOneReplySays) {
         const char* reply;
     };
     const Case cases[] = {
-        {"type=v,status=9", versions, "07 00 76 09 00 00 00 "},
-        {"length=4000", versions, "A0 0F 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 "},
-        {"letter=V", versions, "10 00 56 00 00 00 00 03 00 03 31 2E 32 01 41 00 "},
-        {"size=5", versions, "05 00 76 00 00 "},
-        {"size=18", versions, "12 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 00 00 "},
-        {"size=5,length=16", versions, "10 00 76 00 00 "},
-        {"bytes=0badf00d", versions, "0B AD F0 0D "},
-        {"empty", versions, "08 00 76 00 00 00 00 00 "},
-        {"stray=AB,after=4", versions, "AB 10 00 76 "},
-        {"inverted=0+7", versions, "EF 00 76 00 00 00 00 FC 00 03 31 2E 32 01 41 00 "},
-        {"pieces=3,pause=0.5", versions, versions_reply},
-        {"doubled,after=2", versions, "10 00 10 00 "},
+        {"type=v,status=9", kVersions, "07 00 76 09 00 00 00 "},
+        {"length=4000", kVersions, "A0 0F 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 "},
+        {"letter=V", kVersions, "10 00 56 00 00 00 00 03 00 03 31 2E 32 01 41 00 "},
+        {"size=5", kVersions, "05 00 76 00 00 "},
+        {"size=18", kVersions, "12 00 76 00 00 00 00 03 00 03 31 2E 32 01 41 00 00 00 "},
+        {"size=5,length=16", kVersions, "10 00 76 00 00 "},
+        {"bytes=0badf00d", kVersions, "0B AD F0 0D "},
+        {"empty", kVersions, "08 00 76 00 00 00 00 00 "},
+        {"stray=AB,after=4", kVersions, "AB 10 00 76 "},
+        {"inverted=0+7", kVersions, "EF 00 76 00 00 00 00 FC 00 03 31 2E 32 01 41 00 "},
+        {"pieces=3,pause=0.5", kVersions, kVersionsReply},
+        {"doubled,after=2", kVersions, "10 00 10 00 "},
         {"version=2,status=1", "0B 00 56 02 00 00 00 00 00 00 00", "07 00 56 01 00 00 00 "},
-        {"entries=1,count=7", page,
+        {"entries=1,count=7", kPage,
          "1D 00 52 00 00 00 00 07 0F 70 61 63 6B 61 67 65 5F 63 6F 75 6E 74 65 72 01 00 00 00 04 "},
         {"recipe=9", "0D 00 4F 00 00 00 00 01 00 01 00 00 00", "08 00 4F 00 00 00 00 09 "},
     };
@@ -70,7 +70,7 @@ TEST(Fault, ChangesWhatOneReplySays) {
         bench.simulator.inject(parse_fault(c.fault));
         bench.io.send(c.request);
         EXPECT_EQ(bench.io.read(test::bytes(c.reply).size()), c.reply) << c.fault;
-        EXPECT_EQ(bench.io.ask(versions), versions_reply) << c.fault;
+        EXPECT_EQ(bench.io.ask(kVersions), kVersionsReply) << c.fault;
     }
 }
 
@@ -93,7 +93,7 @@ TEST(Fault, HitsTheMessagesItNamesAsOftenAsItSays) {
         }
         EXPECT_EQ(met, expected) << fault;
         bench.simulator.clear_faults();
-        EXPECT_EQ(bench.io.ask(versions), versions_reply) << fault;
+        EXPECT_EQ(bench.io.ask(kVersions), kVersionsReply) << fault;
     }
 }
 
@@ -104,7 +104,7 @@ TEST(Fault, ComesAgainWithItsSeed) {
         bench.simulator.inject(
             parse_fault(std::string("noise=2,chance=50,seed=") + (run < 2 ? "7" : "8")));
         for (int i = 0; i < 20; ++i) {
-            bench.io.send(versions);
+            bench.io.send(kVersions);
             met[run] += bench.io.read(16);
         }
     }
@@ -186,16 +186,16 @@ const Outage outages[] = {
 
 // Waits longer for what is to come than for what is not.
 Fate fate(const Peer& peer, Fate expected) {
-    constexpr Fate fates[] = {Fate::silent, Fate::answers, Fate::closed, Fate::reset};
+    constexpr Fate kFates[] = {Fate::silent, Fate::answers, Fate::closed, Fate::reset};
     if (!peer.connected()) {
         return Fate::refused;
     }
     Next next = peer.next(expected == Fate::closed ? 10s : 50ms);
     if (next == Next::silence) {
-        peer.send(versions);
+        peer.send(kVersions);
         next = peer.next(expected == Fate::silent ? 50ms : 10s);
     }
-    return fates[static_cast<size_t>(next)];
+    return kFates[static_cast<size_t>(next)];
 }
 
 class OutOfOrder : public ::testing::TestWithParam<const char*> {};
@@ -212,16 +212,16 @@ TEST_P(OutOfOrder, IsWhatTheFaultSaysUntilItRecovers) {
         SCOPED_TRACE(outage.fault);
         const Peer old(bench.address, sim::Port::io);
         if (at_once) {
-            old.ask(versions);
+            old.ask(kVersions);
         }
         bench.simulator.inject(parse_fault(std::string(GetParam()) + outage.fault));
         if (!at_once) {
-            EXPECT_EQ(old.ask(versions).substr(3, 5), "00 76");
+            EXPECT_EQ(old.ask(kVersions).substr(3, 5), "00 76");
         }
         EXPECT_EQ(fate(old, outage.old), outage.old);
         EXPECT_EQ(fate(Peer(bench.address, sim::Port::io), outage.fresh), outage.fresh);
         bench.simulator.clear_faults();
-        EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(versions).substr(3, 5), "00 76");
+        EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(kVersions).substr(3, 5), "00 76");
     }
 }
 
@@ -232,21 +232,21 @@ TEST(Outage, EndsByItself) {
     bench.simulator.raise_error(3);
     bench.simulator.reboot(20ms, other);
     EXPECT_TRUE(test::wait_until([&] { return Peer(bench.address, sim::Port::io).connected(); }));
-    EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(page),
+    EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(kPage),
               "11 00 52 00 00 00 00 01 03 6E 65 77 07 00 00 00 02 ");
     EXPECT_EQ(bench.simulator.error_code(), 0U);
     const Peer waiting(bench.address, sim::Port::io);
     bench.simulator.half_open(20ms);
-    EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(versions), waiting.ask(versions));
+    EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(kVersions), waiting.ask(kVersions));
 }
 
 TEST(Catalogue, ChangesWithTheNextSession) {
     Bench bench(small_controller());
-    const std::string before = bench.io.ask(page);
+    const std::string before = bench.io.ask(kPage);
     bench.simulator.inject(parse_fault("rename=package_counter:p,retype=p:3,renumbered,reordered"));
-    EXPECT_EQ(bench.io.ask(page), before);
+    EXPECT_EQ(bench.io.ask(kPage), before);
     bench.simulator.inject(parse_fault("remove=controller_time,filled=2"));
-    EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(page),
+    EXPECT_EQ(Peer(bench.address, sim::Port::io).ask(kPage),
               "1D 00 52 00 00 00 00 02 01 70 02 00 00 00 03 08 66 69 6C 6C 65 72 5F 31 "
               "03 00 00 00 0B ");
     EXPECT_THROW(bench.simulator.inject(parse_fault("remove=nobody")), std::invalid_argument);

@@ -14,8 +14,8 @@ using test::Bench;
 using test::Peer;
 using test::value;
 
-constexpr const char* go = "06 00 6D 01 02 00";
-constexpr const char* accepted = "07 00 6D 00 00 00 00 ";
+constexpr const char* kGo = "06 00 6D 01 02 00";
+constexpr const char* kAccepted = "07 00 6D 00 00 00 00 ";
 
 // With a catalogue that is small enough to write requests by hand.
 sim::Options small_controller() {
@@ -63,12 +63,12 @@ TEST(Exchange, RefusesNonsenseAndGoesOn) {
     for (const Case& c : cases) {
         const uint8_t letter = test::bytes(c.request)[2];
         EXPECT_EQ(c.peer.ask(c.request), test::hex({7, 0, letter, c.status, 0, 0, 0})) << c.request;
-        EXPECT_EQ(c.peer.ask(go), accepted);
+        EXPECT_EQ(c.peer.ask(kGo), kAccepted);
     }
     EXPECT_EQ(bench.simulator.counters().refused, std::size(cases));
-    bench.io.send(go + std::string(" 06 00 6D"));
-    EXPECT_EQ(bench.io.message(), accepted);
-    EXPECT_EQ(bench.io.ask("01 02 00"), accepted);
+    bench.io.send(kGo + std::string(" 06 00 6D"));
+    EXPECT_EQ(bench.io.message(), kAccepted);
+    EXPECT_EQ(bench.io.ask("01 02 00"), kAccepted);
     EXPECT_EQ(bench.io.ask("02 00 56 01"), "07 00 56 01 00 00 00 ") << "out of step";
     EXPECT_EQ(bench.io.next(), Peer::Next::close);
 }
@@ -110,8 +110,8 @@ TEST(RawPath, TakesFramesOfItsClientAndNumbersItsOwn) {
 
 TEST(Stream, DropsPackagesOfAClientThatDoesNotRead) {
     Bench bench;
-    constexpr uint32_t text = 0x0201 + 24;  // 250 of them make packages of 63754 bytes
-    bench.stream_outputs(std::vector<uint32_t>(250, text));
+    constexpr uint32_t kText = 0x0201 + 24;  // 250 of them make packages of 63754 bytes
+    bench.stream_outputs(std::vector<uint32_t>(250, kText));
     ASSERT_TRUE(test::wait_until([&] { return bench.simulator.counters().packages_dropped > 10; }));
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(bench.stream.message().size(), 3 * 63754U) << "still in step";

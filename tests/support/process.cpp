@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -20,6 +22,15 @@ namespace {
 
 std::chrono::microseconds to_microseconds(const timeval& time) {
     return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+}
+
+// Whether the thread of this record in /proc is past its end: the system has told those who join it,
+// but goes on to list it for a moment.
+bool is_ending(const std::string& record) {
+    constexpr unsigned kExiting = 0x4;
+    unsigned flags = 0;
+    std::sscanf(record.c_str() + record.rfind(')'), ") %*c %*d %*d %*d %*d %*d %u", &flags);
+    return (flags & kExiting) != 0;
 }
 
 }  // namespace
@@ -60,8 +71,11 @@ std::set<int> open_descriptors() {
 }
 
 ptrdiff_t thread_count() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return std::distance(begin(tasks), end(tasks));
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::count_if(begin(threads), end(threads), [](const auto& thread) {
+        const std::string record = read_file(thread.path() / "stat");
+        return !record.empty() && !is_ending(record);
+    });
 }
 
 std::string own_loopback(int number) {

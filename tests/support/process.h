@@ -24,7 +24,7 @@ void run_ahead_of_others();
 // The descriptors that this process has open.
 std::set<int> open_descriptors();
 
-// The threads of this process.
+// The threads of this process, those that have ended (and can be joined) left out.
 ptrdiff_t thread_count();
 
 // A loopback address of this process alone, so that tests which need fixed ports can run beside

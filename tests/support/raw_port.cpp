@@ -16,7 +16,7 @@ namespace test {
 
 namespace {
 
-constexpr uint16_t ether_type = 0xC815;
+constexpr uint16_t kEtherType = 0xC815;
 
 sockaddr_in ip_address(const std::string& text) {
     sockaddr_in address{};
@@ -31,7 +31,7 @@ std::unique_ptr<Port> Port::ethernet(const std::string& interface_name) {
     std::unique_ptr<Port> port(new Port(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)));
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ether_type);
+    address.sll_protocol = htons(kEtherType);
     address.sll_ifindex = static_cast<int>(if_nametoindex(interface_name.c_str()));
     EXPECT_EQ(bind(port->socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0)
         << std::strerror(errno);

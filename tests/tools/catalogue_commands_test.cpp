@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/support/process.h"
-#include "tests/support/program.h"
 #include "tests/tools/tool.h"
 
 using nlohmann::json;
@@ -20,32 +19,16 @@ constexpr const char* kCatalogue = R"({
   "methods": [{"name": "servoJ", "id": 7}]
 })";
 
-class Catalogue : public testing::Test {
-protected:
-    explicit Catalogue(std::vector<std::string> options = {}) {
-        std::ofstream("catalogue.json") << kCatalogue;
-        options.insert(options.begin(), {VEXO_SIM, "-a", own_loopback(), "-c", "catalogue.json"});
-        simulator_.emplace(options);
-        EXPECT_TRUE(test::wait_until(
-            [&] { return simulator_->output().find("ready on") != std::string::npos; }));
-    }
-
-    // With ample time: the machine may be busy.
-    static Outcome vexo(std::vector<std::string> arguments) {
-        arguments.insert(arguments.end(), {"--timeout", "60", "--host", own_loopback()});
-        return test::vexo(std::move(arguments));
-    }
-
-    std::optional<test::Program> simulator_;
-};
-
-struct RefusingController : Catalogue {
-    RefusingController() : Catalogue({"-f", "type=v,status=9,times=always"}) {}
-};
+test::SimulatedRobot robot_with_catalogue(std::vector<std::string> options = {}) {
+    std::ofstream("catalogue.json") << kCatalogue;
+    options.insert(options.end(), {"-c", "catalogue.json"});
+    return test::SimulatedRobot(options);
+}
 
 }  // namespace
 
-TEST_F(Catalogue, IsListedAndSearched) {
+TEST(Catalogue, IsListedAndSearched) {
+    const test::SimulatedRobot robot = robot_with_catalogue();
     const std::string joints = "output  joints          1 f64x6    48\n";
     const std::string counter = "output  my_counter      2 u32       4\n";
     const std::string speed = "input   my_speed      100 f64       8\n";
@@ -69,13 +52,13 @@ TEST_F(Catalogue, IsListedAndSearched) {
         {{"find"}, 2, ""},
     };
     for (const auto& [arguments, status, out] : cases) {
-        const Outcome run = vexo(arguments);
+        const Outcome run = robot.vexo(arguments);
         const json document = json::parse(run.out, nullptr, false);
         EXPECT_EQ(run.status, status) << testing::PrintToString(arguments) << run.err;
         EXPECT_EQ(document.is_discarded() ? run.out : document.dump(), out);
     }
 
-    const Outcome unknown = vexo({"find", "my_countre", "my_speed", "--json"});
+    const Outcome unknown = robot.vexo({"find", "my_countre", "my_speed", "--json"});
     EXPECT_EQ(unknown.status, 1);
     const json rows = json::parse(unknown.out);
     EXPECT_EQ(rows.at(0).at("found"), false);
@@ -84,9 +67,10 @@ TEST_F(Catalogue, IsListedAndSearched) {
     EXPECT_EQ(rows.at(1).at("kind"), "input");
 }
 
-TEST_F(Catalogue, IsCountedByInfo) {
+TEST(Catalogue, IsCountedByInfo) {
+    const test::SimulatedRobot robot = robot_with_catalogue();
     for (const auto& [mode, name] : {std::pair("1", "tcp1"), std::pair("2", "tcp2")}) {
-        const Outcome run = vexo({"info", "--json", "--mode", mode});
+        const Outcome run = robot.vexo({"info", "--json", "--mode", mode});
         EXPECT_EQ(run.status, 0) << run.err;
         const json info = json::parse(run.out);
         EXPECT_EQ(info.at("address"), own_loopback());
@@ -99,8 +83,9 @@ TEST_F(Catalogue, IsCountedByInfo) {
     }
 }
 
-TEST_F(RefusingController, EndsTheWaitingAtOnce) {
-    const Outcome run = vexo({"info", "--json"});
+TEST(RefusingController, EndsTheWaitingAtOnce) {
+    const test::SimulatedRobot robot = robot_with_catalogue({"-f", "type=v,status=9,times=always"});
+    const Outcome run = robot.vexo({"info", "--json"});
     EXPECT_EQ(run.status, 5) << run.err;
     EXPECT_EQ(json::parse(run.out).at("status"), 9);
     EXPECT_EQ(json::parse(run.out).at("error").at("code"), "refused");

@@ -20,6 +20,11 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
     return result;
 }
 
+std::vector<std::string> simulator_words(std::vector<std::string> options) {
+    options.insert(options.begin(), {VEXO_SIM, "-a", own_loopback()});
+    return options;
+}
+
 }  // namespace
 
 Outcome run_program(std::vector<std::string> words) {
@@ -43,6 +48,17 @@ Outcome run_program(std::vector<std::string> words) {
 Outcome vexo(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), VEXO_TOOL);
     return run_program(std::move(arguments));
+}
+
+SimulatedRobot::SimulatedRobot(std::vector<std::string> options)
+    : program_(simulator_words(std::move(options))) {
+    EXPECT_TRUE(
+        wait_until([&] { return program_.output().find("ready on") != std::string::npos; }));
+}
+
+Outcome SimulatedRobot::vexo(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"--timeout", "60", "--host", own_loopback()});
+    return test::vexo(std::move(arguments));
 }
 
 std::string shell(const std::string& script) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/program.h"
+
 namespace test {
 
 struct Outcome {
@@ -19,6 +21,18 @@ Outcome run_program(std::vector<std::string> words);
 
 // Runs vexo with these arguments.
 Outcome vexo(std::vector<std::string> arguments);
+
+// A simulated robot on this process's own address.
+class SimulatedRobot {
+public:
+    // With these options of vexo-sim.
+    explicit SimulatedRobot(std::vector<std::string> options = {});
+    // Runs vexo with it, with ample time: the machine may be busy.
+    Outcome vexo(std::vector<std::string> arguments) const;
+
+private:
+    Program program_;
+};
 
 // The output of a shell's script. A failure of the script fails the test.
 std::string shell(const std::string& script);

@@ -39,7 +39,9 @@ void print_lines(const Json& document, Output& output) {
 Exit run(Context& context) {
     const Session session = open_session(context);
     int64_t round_trip_ns = 0;
-    checked(vexo_session_ping(session.get(), limit_us(context), &round_trip_ns));
+    interruptible(session.get(), [&] {
+        return vexo_session_ping(session.get(), limit_us(context), &round_trip_ns);
+    });
     const Json document =
         document_of(status_of(session.get()), static_cast<double>(round_trip_ns) / 1e3);
     if (context.output.json()) {

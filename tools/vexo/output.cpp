@@ -45,6 +45,15 @@ std::string paint_if(bool wanted, Paint paint, std::string_view text) {
     return wanted ? escape(paint) + std::string(text) + "\x1b[0m" : std::string(text);
 }
 
+// `errno` is that of the write.
+void throw_if_unwritten() {
+    if (!std::cout) {
+        throw Failure(Exit::failed, "output",
+                      std::string("standard output cannot be written: ") + std::strerror(errno),
+                      "free space where it leads to, or send it elsewhere");
+    }
+}
+
 // Names come from controllers and need not be UTF-8.
 std::string dump(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
@@ -52,9 +61,15 @@ std::string dump(const Json& json, int indent) {
 
 }  // namespace
 
+Output::Output(const Options& options) : options_(options) {
+    std::ios::sync_with_stdio(false);  // keeps the reason of a failed write
+}
+
 void Output::text(std::string_view text) {
     clear_progress();
+    errno = 0;
     std::cout << text;
+    throw_if_unwritten();
 }
 
 void Output::document(const Json& document) {
@@ -66,8 +81,8 @@ void Output::object(const Json& object) {
 }
 
 void Output::line(std::string_view text) {
-    clear_progress();
-    std::cout << text << std::endl;
+    this->text(std::string(text) + '\n');
+    finish();
 }
 
 void Output::note(std::string_view text) {
@@ -115,19 +130,15 @@ void Output::failure(const Failure& failure) {
         }
         error["error"] = {
             {"code", failure.code}, {"cause", failure.cause}, {"remedy", failure.remedy}};
-        document(error);
-        std::cout.flush();
+        std::cout << dump(error, 2) << std::endl;
     }
 }
 
 void Output::finish() {
     clear_progress();
     errno = 0;
-    if (!std::cout.flush()) {
-        throw Failure(Exit::failed, "output",
-                      std::string("standard output cannot be written: ") + std::strerror(errno),
-                      "free space where it leads to, or send it elsewhere");
-    }
+    std::cout.flush();
+    throw_if_unwritten();
 }
 
 std::string Output::painted(Paint paint, std::string_view text) const {

@@ -18,13 +18,14 @@ enum class Paint { good, bad, doubtful, faint, strong };
 
 class Output {
 public:
-    explicit Output(const Options& options) : options_(options) {}
+    explicit Output(const Options& options);
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
     bool json() const { return options_.json; }
 
-    // Text for people, as it stands, with its line feeds.
+    // Text for people, as it stands, with its line feeds. Like the others it throws a Failure when
+    // standard output does not take it.
     void text(std::string_view text);
     // The one document of a command.
     void document(const Json& document);
@@ -42,7 +43,7 @@ public:
 
     // The cause and the remedy on standard error, and with --json the document of an error.
     void failure(const Failure& failure);
-    // Writes out what is buffered. Throws a Failure when standard output does not take it.
+    // Writes out what is buffered.
     void finish();
 
     // The text in colour for standard output, where colour is wanted there.

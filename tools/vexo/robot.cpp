@@ -1,7 +1,12 @@
 #include "tools/vexo/robot.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "tools/vexo/interrupt.h"
 
@@ -40,6 +45,54 @@ void throw_if_hopeless(VexoSession* session) {
     if (status.error.code == VEXO_SESSION_REFUSED) {
         throw failure_of(status.error);
     }
+}
+
+// Closes a session when the user interrupts while an object of this lives.
+class Interrupter {
+public:
+    explicit Interrupter(VexoSession* session)
+        : event_(eventfd(0, EFD_CLOEXEC)), thread_([this, session] { watch(session); }) {}
+    ~Interrupter() {
+        eventfd_write(event_, 1);
+        thread_.join();
+        close(event_);
+    }
+    Interrupter(const Interrupter&) = delete;
+    Interrupter& operator=(const Interrupter&) = delete;
+
+private:
+    void watch(VexoSession* session) const {
+        pollfd events[] = {{event_, POLLIN, 0}, {interrupt_descriptor(), POLLIN, 0}};
+        while (poll(events, std::size(events), -1) < 0) {
+        }
+        if (events[1].revents != 0) {
+            vexo_session_close(session);
+        }
+    }
+
+    int event_;
+    std::thread thread_;
+};
+
+// A name of another kind than is wanted here.
+Failure wrong_kind(const VexoSessionVariable& entry, uint32_t wanted) {
+    const std::string name = entry.name;
+    const std::string is = '"' + name + "\" is " +
+                           (entry.kind == VEXO_SESSION_METHOD   ? "a method"
+                            : entry.kind == VEXO_SESSION_OUTPUT ? "an output"
+                                                                : "an input");
+    if (entry.kind == VEXO_SESSION_METHOD) {
+        return Failure(Exit::failed, "wrong_kind", is + ", and has no value",
+                       "`vexo call " + name + "` calls it");
+    }
+    if (wanted == VEXO_SESSION_METHOD) {
+        return Failure(
+            Exit::failed, "wrong_kind", is + ", and cannot be called",
+            "`vexo read " + name + "` shows its value, `vexo list methods` what to call");
+    }
+    return Failure(Exit::failed, "wrong_kind",
+                   is + ", which the controller sends and does not take",
+                   "`vexo list inputs` shows what can be written");
 }
 
 void throw_if_interrupted() {
@@ -96,6 +149,18 @@ int32_t checked(int32_t result) {
     return result;
 }
 
+int32_t interruptible(VexoSession* session, const std::function<int32_t()>& call) {
+    int32_t result = 0;
+    {
+        const Interrupter interrupter(session);
+        result = call();
+    }
+    if (result == VEXO_SESSION_CLOSED) {
+        throw_if_interrupted();
+    }
+    return checked(result);
+}
+
 Session open_session(const Context& context, bool acknowledge) {
     const Options& options = context.options;
     refuse_other_sources(options);
@@ -130,6 +195,18 @@ std::vector<VexoSessionVariable> entries_of(VexoSession* session, uint32_t kind)
         checked(vexo_session_entry(session, kind, static_cast<uint32_t>(i), &entries[i]));
     }
     return entries;
+}
+
+void require_names(VexoSession* session, uint32_t kinds, const std::vector<std::string>& names) {
+    constexpr uint32_t kAny = VEXO_SESSION_OUTPUT | VEXO_SESSION_INPUT | VEXO_SESSION_METHOD;
+    auto entry = sized<VexoSessionVariable>();
+    for (const std::string& name : names) {
+        if (vexo_session_find(session, kinds, name.c_str(), &entry) == VEXO_SESSION_UNKNOWN_NAME &&
+            vexo_session_find(session, kAny, name.c_str(), &entry) == VEXO_SESSION_OK) {
+            throw wrong_kind(entry, kinds);
+        }
+        checked(vexo_session_find(session, kinds, name.c_str(), &entry));
+    }
 }
 
 const char* kind_name(uint32_t kind) {

@@ -2,6 +2,7 @@
 #ifndef TOOLS_VEXO_ROBOT_H
 #define TOOLS_VEXO_ROBOT_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -33,6 +34,10 @@ struct CloseSession {
 };
 using Session = std::unique_ptr<VexoSession, CloseSession>;
 
+// Makes a call that waits for the controller, with its result checked. When the user interrupts, it
+// closes the session, which ends the call, and throws.
+int32_t interruptible(VexoSession* session, const std::function<int32_t()>& call);
+
 // Opens a session and waits until it is ready, for --timeout at most. A controller that refuses
 // ends the waiting at once; one that is not there may still come.
 Session open_session(const Context& context, bool acknowledge = true);
@@ -43,6 +48,9 @@ VexoSessionStatus status_of(VexoSession* session);
 
 // The entries of one list.
 std::vector<VexoSessionVariable> entries_of(VexoSession* session, uint32_t kind);
+
+// Throws unless each name stands in one of the lists `kinds`.
+void require_names(VexoSession* session, uint32_t kinds, const std::vector<std::string>& names);
 
 // "output", "input" or "method".
 const char* kind_name(uint32_t kind);
