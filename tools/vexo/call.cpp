@@ -130,8 +130,8 @@ Exit run(const Arguments& arguments, Context& context) {
 
 }  // namespace
 
-void add_call(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("call", "Call a method of the controller");
+void add_call(Command& app, Context& context) {
+    Command* command = app.add_subcommand("call", "Call a method of the controller");
     const auto arguments = std::make_shared<Arguments>();
     command->add_option("METHOD", arguments->method, "its name")->required();
     command->add_option("ARG", arguments->values,

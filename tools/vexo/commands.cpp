@@ -3,7 +3,7 @@
 namespace tool {
 namespace {
 
-using AddCommand = void (*)(CLI::App& app, Context& context);
+using AddCommand = void (*)(Command& app, Context& context);
 
 constexpr AddCommand kCommands[] = {
     add_info,  add_list, add_find,   add_read,   add_watch,
@@ -12,7 +12,7 @@ constexpr AddCommand kCommands[] = {
 
 }  // namespace
 
-void add_commands(CLI::App& app, Context& context) {
+void add_commands(Command& app, Context& context) {
     for (const AddCommand add : kCommands) {
         add(app, context);
     }

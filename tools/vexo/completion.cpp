@@ -1,4 +1,5 @@
 // `vexo completion bash`: a script made from the tables that CLI11 parses with.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 #include <vector>
@@ -120,15 +121,15 @@ std::string bash_script(const CLI::App& app) {
 
 }  // namespace
 
-void add_completion(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("completion",
-                                           "Print a script that completes vexo's "
-                                           "words");
-    CLI::App* bash = command->add_subcommand("bash", "For bash");
-    command->require_subcommand(1);
+void add_completion(Command& app, Context& context) {
+    Command* command = app.add_subcommand("completion",
+                                          "Print a script that completes vexo's "
+                                          "words");
+    Command* bash = command->add_subcommand("bash", "For bash");
+    command->require_subcommand();
     bash->callback([&] {
         context.run = [&] {
-            context.output.text(bash_script(app));
+            context.output.text(bash_script(app.parser()));
             return Exit::done;
         };
     });

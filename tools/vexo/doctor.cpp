@@ -27,20 +27,20 @@ struct Arguments {
     bool fix_script = false;
 };
 
-void describe(CLI::App& command, Arguments& arguments) {
+void describe(Command& command, Arguments& arguments) {
     command.add_option("--for", arguments.path, "the path that the application takes")
         ->type_name("PATH")
-        ->check(CLI::IsMember({"raw", "tcp"}));
+        ->one_of({"raw", "tcp"});
     command
         .add_option("--interface", arguments.interface,
                     "the port to the controller (default: that of --raw, or of the route)")
         ->type_name("IF");
-    CLI::Option* save =
+    Option* save =
         command.add_option("--save", arguments.save, "store the facts as well")->type_name("FILE");
-    CLI::Option* duration =
+    Option* duration =
         command.add_option("-D,--duration", arguments.seconds, "length of the run; 0: none")
             ->type_name("S")
-            ->check(CLI::Range(0.0, 3600.0).description(""))
+            ->between(0.0, 3600.0)
             ->capture_default_str();
     command.add_option("--from", arguments.from, "judge stored facts instead of this host")
         ->type_name("FILE")
@@ -148,14 +148,14 @@ Exit run(const Arguments& arguments, bool host_named, Context& context) {
 
 }  // namespace
 
-void add_doctor(CLI::App& app, Context& context) {
-    CLI::App* command =
+void add_doctor(Command& app, Context& context) {
+    Command* command =
         app.add_subcommand("doctor", "Say whether this host is fit for 1 kHz, and if not, why");
     const auto arguments = std::make_shared<Arguments>();
     describe(*command, *arguments);
     command->callback([&app, &context, arguments] {
         context.run = [&app, &context, arguments] {
-            return run(*arguments, app.count("--host") > 0, context);
+            return run(*arguments, app.has("--host"), context);
         };
     });
 }

@@ -80,8 +80,8 @@ Exit run(const std::vector<std::string>& names, Context& context) {
 
 }  // namespace
 
-void add_find(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("find", "Show the rows of names, or the nearest names");
+void add_find(Command& app, Context& context) {
+    Command* command = app.add_subcommand("find", "Show the rows of names, or the nearest names");
     const auto names = std::make_shared<std::vector<std::string>>();
     command->add_option("NAME", *names, "of a variable or method")->required();
     command->callback(

@@ -54,7 +54,7 @@ Exit run(Context& context) {
 
 }  // namespace
 
-void add_info(CLI::App& app, Context& context) {
+void add_info(Command& app, Context& context) {
     app.add_subcommand("info", "Show the controller's version, the mode, and the round trip")
         ->callback([&] { context.run = [&] { return run(context); }; });
 }

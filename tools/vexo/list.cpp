@@ -78,14 +78,14 @@ Exit run(const Arguments& arguments, Context& context) {
 
 }  // namespace
 
-void add_list(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("list", "List the controller's variables and methods");
+void add_list(Command& app, Context& context) {
+    Command* command = app.add_subcommand("list", "List the controller's variables and methods");
     const auto arguments = std::make_shared<Arguments>();
     command->add_option("KIND", arguments->kind, "only this list")
-        ->check(CLI::IsMember({"outputs", "inputs", "methods"}));
+        ->one_of({"outputs", "inputs", "methods"});
     command->add_option("--type", arguments->type, "only variables of this type")
         ->type_name("TYPE")
-        ->check(CLI::IsMember(type_names()));
+        ->one_of(type_names());
     command->add_option("--glob", arguments->glob, "only names that match, as 'actual_*'")
         ->type_name("PATTERN");
     command->add_flag("--catalogue", arguments->catalogue, "print a file that vexo-sim -c takes");

@@ -1,4 +1,5 @@
 // vexo: what a controller shows and does, from the command line.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "tools/vexo/commands.h"
@@ -44,16 +45,19 @@ int run(tool::Context& context) {
 
 int main(int argc, char** argv) {
     tool::Context context;
-    CLI::App app("Looks at a robot controller, asks it, writes to it, and measures the way to it.",
-                 "vexo");
+    CLI::App parser(
+        "Looks at a robot controller, asks it, writes to it, and measures the way to it.", "vexo");
+    parser.fallthrough();
+    parser.require_subcommand(1);
+    tool::Command app(parser);
     tool::add_options(app, context.options);
     tool::add_commands(app, context);
     try {
-        app.parse(argc, argv);
+        parser.parse(argc, argv);
     } catch (const CLI::Success& help) {
-        return app.exit(help);
+        return parser.exit(help);
     } catch (const CLI::ParseError& error) {
-        return usage(context, app, error, argc, argv);
+        return usage(context, parser, error, argc, argv);
     }
     return run(context);
 }

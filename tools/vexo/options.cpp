@@ -3,17 +3,16 @@
 namespace tool {
 namespace {
 
-void add_sources(CLI::App& app, Options& options) {
+void add_sources(Command& app, Options& options) {
     app.add_option("-H,--host", options.host, "IPv4 address of the controller")
         ->envname("VEXO_HOST")
         ->type_name("IP")
-        ->check(CLI::Validator(CLI::ValidIPV4).description(""))
+        ->ipv4()
         ->capture_default_str();
-    CLI::Option* raw =
-        app.add_option("--raw", options.raw,
-                       "exchange cyclic data in raw Ethernet frames over this interface")
-            ->type_name("IF");
-    CLI::Option* attach =
+    Option* raw = app.add_option("--raw", options.raw,
+                                 "exchange cyclic data in raw Ethernet frames over this interface")
+                      ->type_name("IF");
+    Option* attach =
         app.add_option("--attach", options.attach, "take values from a running `vexo serve`")
             ->type_name("URL");
     app.add_option("--capture", options.capture,
@@ -26,25 +25,23 @@ void add_sources(CLI::App& app, Options& options) {
 
 }  // namespace
 
-void add_options(CLI::App& app, Options& options) {
-    app.fallthrough();
-    app.require_subcommand(1);
+void add_options(Command& app, Options& options) {
     add_sources(app, options);
     app.add_option("--mode", options.mode, "protocol mode to negotiate over TCP")
         ->type_name("N")
-        ->check(CLI::IsMember({1, 2}))
+        ->one_of({"1", "2"})
         ->capture_default_str();
     app.add_option("--timeout", options.timeout_s, "how long to wait for the controller")
         ->type_name("S")
-        ->check(CLI::Range(0.001, 86400.0).description(""))
+        ->between(0.001, 86400.0)
         ->capture_default_str();
     app.add_flag("--json", options.json, "print JSON: a document, or an object a line for streams");
-    CLI::Option* quiet =
+    Option* quiet =
         app.add_flag("-q,--quiet", options.quiet, "no notes and no progress on standard error");
     app.add_flag("-v,--verbose", options.verbose, "say more on standard error")->excludes(quiet);
     app.add_option("--color", options.color, "colour: where the output is a terminal, or as told")
         ->type_name("WHEN")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->one_of({"auto", "always", "never"})
         ->capture_default_str();
 }
 

@@ -2,8 +2,9 @@
 #ifndef TOOLS_VEXO_OPTIONS_H
 #define TOOLS_VEXO_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <string>
+
+#include "tools/vexo/command_line.h"
 
 namespace tool {
 
@@ -21,7 +22,7 @@ struct Options {
 };
 
 // They are taken before and after the command's name.
-void add_options(CLI::App& app, Options& options);
+void add_options(Command& app, Options& options);
 
 }  // namespace tool
 

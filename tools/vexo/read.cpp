@@ -22,8 +22,8 @@ Exit run(const std::vector<std::string>& names, Context& context) {
 
 }  // namespace
 
-void add_read(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("read", "Show the values of one package");
+void add_read(Command& app, Context& context) {
+    Command* command = app.add_subcommand("read", "Show the values of one package");
     const auto names = std::make_shared<std::vector<std::string>>();
     command->add_option("NAME", *names, "of an output, or of an input")->required();
     command->callback(

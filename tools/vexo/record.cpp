@@ -261,8 +261,7 @@ Exit run(Arguments arguments, Context& context) {
     return summarise(recorder.progress(), arguments, seconds, statistics.cuts, context.output);
 }
 
-void describe(CLI::App& command, Arguments& arguments) {
-    const auto positive = CLI::Range(0.001, 1e9).description("");
+void describe(Command& command, Arguments& arguments) {
     command.add_option("NAME", arguments.names, "of a variable");
     command.add_flag("-a,--all", arguments.all, "all outputs of the catalogue");
     command.add_option("-o,--output", arguments.file, "the file; default: named by the time")
@@ -271,12 +270,12 @@ void describe(CLI::App& command, Arguments& arguments) {
         .add_option("-D,--duration", arguments.duration_s,
                     "how long, with --on from then on; default: until Ctrl-C")
         ->type_name("S")
-        ->check(positive);
+        ->between(0.001, 1e9);
     command.add_option("--split", arguments.split_s, "begin a new file so often")
         ->type_name("S")
         ->capture_default_str()
-        ->check(positive);
-    CLI::Option* on =
+        ->between(0.001, 1e9);
+    Option* on =
         command
             .add_option("--on", arguments.on,
                         "write nothing until this becomes true, for instance 'error_code != 0 "
@@ -285,7 +284,7 @@ void describe(CLI::App& command, Arguments& arguments) {
     command.add_option("--pre", arguments.pre_s, "with --on: and what came so long before")
         ->type_name("S")
         ->needs(on)
-        ->check(CLI::Range(0.0, 3600.0).description(""));
+        ->between(0.0, 3600.0);
     command.add_option("--counter", arguments.counter, "the variable that counts packages by one")
         ->type_name("NAME")
         ->capture_default_str();
@@ -296,8 +295,8 @@ void describe(CLI::App& command, Arguments& arguments) {
 
 }  // namespace
 
-void add_record(CLI::App& app, Context& context) {
-    CLI::App* command =
+void add_record(Command& app, Context& context) {
+    Command* command =
         app.add_subcommand("record", "Record what the controller streams as an MCAP file");
     const auto arguments = std::make_shared<Arguments>();
     describe(*command, *arguments);

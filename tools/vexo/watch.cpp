@@ -180,26 +180,26 @@ Exit run(const Arguments& arguments, Context& context) {
 
 }  // namespace
 
-void add_watch(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("watch", "Show packages as they come, a line each");
+void add_watch(Command& app, Context& context) {
+    Command* command = app.add_subcommand("watch", "Show packages as they come, a line each");
     const auto arguments = std::make_shared<Arguments>();
     command->add_option("NAME", arguments->names, "of an output, or of an input")->required();
     command->add_option("-n,--lines", arguments->lines, "end after so many lines")
         ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+        ->positive();
     command->add_option("-D,--duration", arguments->seconds, "end after so many seconds")
         ->type_name("S")
-        ->check(CLI::PositiveNumber.description(""));
+        ->positive();
     command->add_option("-r,--rate", arguments->rate_hz, "show so many packages a second at most")
         ->type_name("HZ")
-        ->check(CLI::PositiveNumber.description(""));
+        ->positive();
     command->add_flag("--changes", arguments->changes, "only packages that differ from the last");
     command->add_flag("--csv", arguments->csv, "comma-separated values with a header");
     command
         ->add_option("-t,--time", arguments->time,
                      "of arrival, since the line before, or since the first; JSON has the first")
         ->type_name("KIND")
-        ->check(CLI::IsMember({"absolute", "delta", "zero"}))
+        ->one_of({"absolute", "delta", "zero"})
         ->capture_default_str();
     command->callback([&context, arguments] {
         context.run = [&, arguments] { return run(*arguments, context); };

@@ -131,13 +131,13 @@ Exit run(const Arguments& arguments, Context& context) {
 
 }  // namespace
 
-void add_write(CLI::App& app, Context& context) {
-    CLI::App* command = app.add_subcommand("write", "Send values for inputs, in one package");
+void add_write(Command& app, Context& context) {
+    Command* command = app.add_subcommand("write", "Send values for inputs, in one package");
     const auto arguments = std::make_shared<Arguments>();
     command->add_option("NAME=VALUE", arguments->assignments, "an array as 1,2,3")->required();
     command->add_option("--hold", arguments->hold_s, "repeat it for so long at the stream's rate")
         ->type_name("S")
-        ->check(CLI::PositiveNumber.description(""));
+        ->positive();
     command->callback([&context, arguments] {
         context.run = [&, arguments] { return run(*arguments, context); };
     });
