@@ -394,6 +394,14 @@ const Plant kPlants[] = {
      kController,
      "stop; controller -f package,lost,every=50",
      {}},
+    {"StreamThatEnds",
+     37,
+     "cuts|silent for",
+     "cause",
+     "-D 1.5 -H 127.0.0.9",
+     kController,
+     "stop; controller -f package,lost,skip=300,times=always",
+     {}},
 };
 
 // What the rest of the machine does shows in these.

@@ -202,9 +202,12 @@ Finding interrupts_elsewhere(const Facts& facts) {
     });
 }
 
-Finding interrupts(const Facts& facts) {
+Finding interrupts_on_loop(const Facts& facts) {
     return judge_fact(
         facts.interface.interrupts, [&](const std::map<std::string, Processors>& interrupts) {
+            if (interrupts.empty()) {
+                return unknown("none recorded");
+            }
             std::map<std::string, Processors> here;
             std::copy_if(interrupts.begin(), interrupts.end(), std::inserter(here, here.end()),
                          [&](const auto& one) { return contains(one.second, facts.cpu.loop); });
@@ -212,6 +215,10 @@ Finding interrupts(const Facts& facts) {
                                 : bad(joined(here, [](const auto& one) { return one.first; }) +
                                       " on the loop's processor " + std::to_string(facts.cpu.loop));
         });
+}
+
+Finding interrupts(const Facts& facts) {
+    return on_the_loop(facts, interrupts_on_loop);
 }
 
 Cost cost_of_interrupts(const Facts& facts) {

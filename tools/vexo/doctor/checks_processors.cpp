@@ -9,6 +9,7 @@ namespace {
 
 constexpr double kSiblingIdle = 5;  // % of a processor
 constexpr double kPressure = 1;     // % of the time
+constexpr int64_t kLeastWakeUps = 1000;
 
 // ---- Processors ---------------------------------------------------------------------------------
 
@@ -23,6 +24,9 @@ Finding governor(const Facts& facts) {
     const auto& governors = facts.cpu.governors;
     if (!governors.known()) {
         return only_the_hypervisor_knows(governors, facts);
+    }
+    if (governors->empty()) {
+        return unknown("of no processor");
     }
     const bool all = std::all_of(governors->begin(), governors->end(),
                                  [](const auto& one) { return one.first == "performance"; });
@@ -52,6 +56,9 @@ Finding sleep_states(const Facts& facts) {
     if (!states.known()) {
         return only_the_hypervisor_knows(states, facts);
     }
+    if (states->empty()) {
+        return unknown("none recorded");
+    }
     std::vector<IdleState> deep_ones;
     std::copy_if(states->begin(), states->end(), std::back_inserter(deep_ones),
                  [&](const IdleState& state) { return deep(state) && used(facts, state); });
@@ -79,11 +86,14 @@ double sibling_percent(const Facts& facts) {
     return static_cast<double>(grown_or_0(facts, "sibling_busy_ms")) / (10 * facts.run.seconds);
 }
 
-Finding hyper_threads(const Facts& facts) {
+Finding sibling(const Facts& facts) {
     if (!facts.cpu.smt.known() || !*facts.cpu.smt) {
         return judge_fact(facts.cpu.smt, [](bool) { return good("off"); });
     }
     return judge_fact(facts.cpu.siblings, [&](const Processors& siblings) {
+        if (!contains(siblings, facts.cpu.loop)) {
+            return unknown("those of processor " + std::to_string(facts.cpu.loop));
+        }
         if (siblings.size() < 2) {
             return good("processor " + std::to_string(facts.cpu.loop) + " has no sibling");
         }
@@ -96,17 +106,28 @@ Finding hyper_threads(const Facts& facts) {
     });
 }
 
+Finding hyper_threads(const Facts& facts) {
+    return on_the_loop(facts, sibling);
+}
+
 Cost cost_of_sibling(const Facts& facts) {
     return late_wake_ups(facts, 0.3);
 }
 
-Finding isolation(const Facts& facts) {
-    return judge_fact(facts.cpu.isolated, [&](const Processors& isolated) {
-        return good_if(
-            contains(isolated, facts.cpu.loop),
-            "the loop's processor is " + std::to_string(facts.cpu.loop) +
-                ", isolated: " + (isolated.empty() ? "none" : format_processors(isolated)));
+Finding isolated_loop(const Facts& facts) {
+    return judge_fact(facts.cpu.isolated, [&](const Processors& isolated) -> Finding {
+        const std::string processors = isolated.empty() ? "none" : format_processors(isolated);
+        const std::string fact = "the loop's processor is " + std::to_string(facts.cpu.loop) +
+                                 ", isolated: " + processors;
+        if (contains(isolated, facts.cpu.loop) || isolated.empty()) {
+            return good_if(!isolated.empty(), fact);
+        }
+        return {State::bad, fact, "", "start the application with taskset -c " + processors};
     });
+}
+
+Finding isolation(const Facts& facts) {
+    return on_the_loop(facts, isolated_loop);
 }
 
 Finding tickless(const Facts& facts) {
@@ -157,7 +178,7 @@ bool rival(const Facts& facts, const Thread& thread) {
     return thread.priority >= kLoopPriority && contains(thread.processors, facts.cpu.loop);
 }
 
-Finding rivals(const Facts& facts) {
+Finding rivals_there(const Facts& facts) {
     return judge_fact(facts.load.realtime_threads, [&](const std::vector<Thread>& threads) {
         std::vector<Thread> found;
         std::copy_if(threads.begin(), threads.end(), std::back_inserter(found),
@@ -171,6 +192,10 @@ Finding rivals(const Facts& facts) {
         const bool all = facts.load.all_visible.known() && *facts.load.all_visible;
         return all ? good("none") : unknown("not all threads of the host can be seen from here");
     });
+}
+
+Finding rivals(const Facts& facts) {
+    return on_the_loop(facts, rivals_there);
 }
 
 Cost cost_of_rivals(const Facts& facts) {
@@ -195,8 +220,11 @@ Finding wake_ups(const Facts& facts) {
         if (figures.count == 0) {
             return bad("not woken once, " + std::to_string(figures.missed) + " missed");
         }
-        return good_if(figures.p99_9_us < kWakeUpLimit && figures.missed * 1000 <= figures.count,
-                       fact);
+        if (figures.p99_9_us >= kWakeUpLimit || share(figures.missed, figures.count) > kLateShare) {
+            return bad(fact);
+        }
+        return figures.count < kLeastWakeUps ? unknown(fact + ": too few to tell p99.9")
+                                             : good(fact);
     });
 }
 

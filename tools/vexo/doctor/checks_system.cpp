@@ -115,6 +115,12 @@ Finding realtime_priority(const Facts& facts) {
     });
 }
 
+// A run without priority shows what it is to be without.
+Cost cost_of_priority(const Facts& facts) {
+    const bool without = facts.run.wake_ups.known() && facts.run.wake_ups->priority == 0;
+    return without ? late_wake_ups(facts, 0.7) : Cost();
+}
+
 Finding group_budget(const Facts& facts) {
     const Fact<int64_t>& budget = facts.process.group_rt_runtime_us;
     if (budget.known() && *budget == 0) {
@@ -150,7 +156,7 @@ Finding realtime_throttling(const Facts& facts) {
         if (runtime < 0) {
             return good(fact);
         }
-        if (runtime * 20 < period * 19 || spinning(facts)) {
+        if (share(runtime, period) < 0.95 || spinning(facts)) {
             return bad(fact + (spinning(facts) ? ", and one spins" : ""));
         }
         return facts.run.busy_threads.known()
@@ -219,7 +225,7 @@ constexpr Check kChecks[] = {
      "and then",
      "install the real-time kernel (Debian: linux-image-rt-amd64) and start it",
      "apt-get install linux-image-rt-amd64"},
-    {2, "real-time priority", always, realtime_priority, not_measured,
+    {2, "real-time priority", always, realtime_priority, cost_of_priority,
      "a loop without real-time priority waits for everybody else",
      "allow rtprio 99 in /etc/security/limits.d, or LimitRTPRIO=99 in the service",
      "printf '%s - rtprio 99\\n' \"${SUDO_USER:-$USER}\" "

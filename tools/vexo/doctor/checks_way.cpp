@@ -1,5 +1,7 @@
 // Checks of the way to the controller, of clocks, and of its stream.
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "tools/vexo/doctor/predicates.h"
 
@@ -8,6 +10,7 @@ namespace {
 
 constexpr double kStepUs = 1000;
 constexpr double kSlewPpm = 500;
+constexpr double kSilentUs = 50'000;
 
 // ---- The way ------------------------------------------------------------------------------------
 
@@ -60,8 +63,9 @@ Finding ports(const Facts& facts) {
     if (facts.network.route.known() && facts.network.route->interface.empty()) {
         return unknown("they cannot be asked without a route");
     }
+    const bool raw = facts.purpose.path == "raw";
     return judge_fact(
-        facts.network.ports, [](const std::map<std::string, std::string>& states) -> Finding {
+        facts.network.ports, [raw](const std::map<std::string, std::string>& states) -> Finding {
             const std::string fact =
                 joined(states, [](const auto& one) { return one.first + " " + one.second; });
             for (const PortState& closed : kPortStates) {
@@ -71,10 +75,15 @@ Finding ports(const Facts& facts) {
                     }
                 }
             }
+            for (const char* needed : {"2295", "2297", "2299"}) {
+                if (states.count(needed) == 0 && !(raw && std::strcmp(needed, "2299") == 0)) {
+                    return unknown(fact + "; " + needed + " was not asked");
+                }
+            }
             const bool all = std::all_of(states.begin(), states.end(), [](const auto& one) {
                 return one.second == "open" || one.second == "in use";
             });
-            return good_if(all && !states.empty(), fact);
+            return good_if(all, fact);
         });
 }
 
@@ -120,6 +129,11 @@ int64_t late_packages(const Stream& stream) {
     return late;
 }
 
+// A stream that has ended brings no package that could be late.
+bool silent(const Stream& stream) {
+    return stream.silent_us > std::max(kSilentUs, 20 * stream.interval_p50_us);
+}
+
 Finding stream(const Facts& facts) {
     return judge_fact(facts.run.stream, [](const Stream& figures) {
         const int64_t late = late_packages(figures);
@@ -129,12 +143,16 @@ Finding stream(const Facts& facts) {
         for (const auto& [cause, count] : figures.late) {
             fact += count > 0 ? ", " + cause + " " + std::to_string(count) : "";
         }
+        fact += figures.cuts > 0 ? ", " + std::to_string(figures.cuts) + " cuts" : "";
+        fact += silent(figures) ? ", silent for " + number(figures.silent_us / 1000, " ms") : "";
         fact += "; interval p50 " + number(figures.interval_p50_us) + ", p99.9 " +
                 number(figures.interval_p99_9_us) + ", max " +
                 number(figures.interval_max_us, " µs");
-        // A cycle in a thousand may be late, as with the wake-ups.
-        return good_if(figures.packages > 0 && figures.lost == 0 && late * 1000 <= figures.packages,
-                       fact);
+        if (figures.packages == 0 || figures.lost > 0 || figures.cuts > 0 || silent(figures) ||
+            share(late, figures.packages) > kLateShare) {
+            return bad(fact);
+        }
+        return figures.late.empty() ? unknown(fact + ": no causes recorded") : good(fact);
     });
 }
 
@@ -142,7 +160,9 @@ Cost cost_of_stream(const Facts& facts) {
     const Stream& figures = *facts.run.stream;
     return cost_of(facts,
                    static_cast<double>(figures.lost) * 1000 +
-                       static_cast<double>(late_packages(figures)) * 500,
+                       static_cast<double>(late_packages(figures)) * 500 +
+                       static_cast<double>(figures.cuts) * 1e6 +
+                       (silent(figures) ? figures.silent_us : 0),
                    std::to_string(figures.lost) + " packages lost, " +
                        std::to_string(late_packages(figures)) + " late");
 }

@@ -62,7 +62,7 @@ struct IdleState {
 };
 
 struct Cpu {
-    int loop = 0;  // the processor of the control loop
+    int loop = -1;  // the processor of the control loop; -1: not recorded
     Fact<Processors> online;
     Fact<Processors> isolated;
     Fact<Processors> nohz_full;
@@ -132,11 +132,13 @@ struct WakeUps {
 struct Stream {
     int64_t packages = 0;
     int64_t lost = 0;
+    int64_t cuts = 0;                     // breaks of the session
     int64_t kernel_drops = 0;             // frames without room in the socket's queue
     std::map<std::string, int64_t> late;  // by cause
     double interval_p50_us = 0;
     double interval_p99_9_us = 0;
     double interval_max_us = 0;
+    double silent_us = 0;  // at the end of the run: since the last package
 };
 
 struct BusyThread {

@@ -80,13 +80,14 @@ Fact<Processors> nohz_full(const Tree& tree) {
 }
 
 Fact<bool> hypervisor(const Tree& tree) {
-    return tree.text("/proc/cpuinfo").then([](const std::string& text) {
-        const size_t flags = text.find("\nflags");
-        const std::string line = flags == std::string::npos
-                                     ? ""
-                                     : text.substr(flags, text.find('\n', flags + 1) - flags);
-        return (line + ' ').find(" hypervisor ") != std::string::npos;
-    });
+    const char* const path = "/proc/cpuinfo";
+    const Fact<std::string> text = tree.text(path);
+    const size_t flags = text.known() ? text->find("\nflags") : std::string::npos;
+    if (flags == std::string::npos) {
+        return Fact<bool>::unknown(text.known() ? std::string(path) + ": no flags" : text.reason());
+    }
+    const std::string line = text->substr(flags, text->find('\n', flags + 1) - flags);
+    return (line + ' ').find(" hypervisor ") != std::string::npos;
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 
 #include "tools/vexo/doctor/check.h"
 #include "tools/vexo/doctor/predicates.h"
@@ -32,23 +33,24 @@ std::string other_processors(const Facts& facts) {
 }
 
 std::string busy_processes(const Facts& facts) {
-    if (!facts.run.busy_threads.known()) {
-        return "";
+    std::set<int64_t> processes;
+    for (const BusyThread& thread : busy(facts)) {
+        processes.insert(thread.process);
     }
     return joined(
-        *facts.run.busy_threads,
-        [](const BusyThread& thread) { return std::to_string(thread.process); }, " ");
+        processes, [](int64_t process) { return std::to_string(process); }, " ");
 }
 
 std::string rival_processes(const Facts& facts) {
-    std::string text;
+    std::set<int64_t> processes;
     for (const Thread& thread : facts.load.realtime_threads.known() ? *facts.load.realtime_threads
                                                                     : std::vector<Thread>()) {
         if (thread.priority >= kLoopPriority && contains(thread.processors, facts.cpu.loop)) {
-            text += (text.empty() ? "" : " ") + std::to_string(thread.process);
+            processes.insert(thread.process);
         }
     }
-    return text;
+    return joined(
+        processes, [](int64_t process) { return std::to_string(process); }, " ");
 }
 
 std::string interrupts_on_loop(const Facts& facts) {

@@ -13,6 +13,12 @@ namespace doctor {
 
 // Wake-ups may be that late, 99.9 % of them.
 constexpr double kWakeUpLimit = 100;  // µs
+// So many wake-ups may be missed, and packages be late.
+constexpr double kLateShare = 0.001;
+
+inline double share(int64_t part, int64_t whole) {
+    return static_cast<double>(part) / static_cast<double>(whole);
+}
 
 inline Finding good(std::string fact) {
     return {State::good, std::move(fact)};
@@ -80,6 +86,11 @@ inline Fact<int64_t> grown(const Facts& facts, const std::string& counter) {
 inline int64_t grown_or_0(const Facts& facts, const std::string& counter) {
     const Fact<int64_t> growth = grown(facts, counter);
     return growth.known() ? *growth : 0;
+}
+
+// What is found on the loop's processor, if it is known which one that is.
+inline Finding on_the_loop(const Facts& facts, Finding (*judge)(const Facts& facts)) {
+    return facts.cpu.loop < 0 ? unknown("the loop's processor was not recorded") : judge(facts);
 }
 
 // ---- When a check applies -----------------------------------------------------------------------

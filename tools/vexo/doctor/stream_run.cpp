@@ -27,6 +27,13 @@ bool has_output(VexoSession* session, const char* name) {
     return vexo_session_find(session, VEXO_SESSION_OUTPUT, name, &entry) == VEXO_SESSION_OK;
 }
 
+double silent_us(VexoSessionStream* stream) {
+    alignas(VexoSessionPackage) char record[256];  // two variables at most
+    int64_t age_ns = 0;
+    vexo_session_stream_latest(stream, record, sizeof record, &age_ns);
+    return static_cast<double>(age_ns) / 1000;
+}
+
 // One below the loop whose wake-ups are measured: it must not be late for our own sake.
 void take_realtime_priority() {
     auto options = sized<VexoSessionThreadOptions>();
@@ -102,6 +109,7 @@ Fact<Stream> StreamRun::figures() const {
     Stream stream;
     stream.packages = static_cast<int64_t>(statistics.packages);
     stream.lost = static_cast<int64_t>(statistics.lost);
+    stream.cuts = static_cast<int64_t>(statistics.cuts);
     stream.kernel_drops = static_cast<int64_t>(statistics.kernel_drops);
     for (uint32_t cause = 0; cause < VEXO_SESSION_CAUSES; ++cause) {
         stream.late[vexo_session_cause_name(cause)] = static_cast<int64_t>(statistics.late[cause]);
@@ -112,6 +120,7 @@ Fact<Stream> StreamRun::figures() const {
     stream.interval_p50_us = percentile_us(0.5);
     stream.interval_p99_9_us = percentile_us(0.999);
     stream.interval_max_us = percentile_us(1);
+    stream.silent_us = silent_us(stream_);
     return stream;
 }
 
