@@ -46,6 +46,7 @@ int32_t vexo_rawsocket_create(uint32_t handle, const char* interface, uint32_t k
     }
     raw_enlarge_queue(instance);
     found->raw_socket = instance;
+    found.state().own_endpoint = instance;
     if (srcmac != nullptr) {
         socket_raw_set_srcmac(instance, srcmac);
     }

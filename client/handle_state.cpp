@@ -12,6 +12,7 @@ bool HandleState::is_free() const {
 void HandleState::begin(Dataspace* dataspace, const char* ip) {
     dataspace_ = dataspace;
     packages_of = -1;
+    own_endpoint = -1;
     std::memset(ip_, 0, sizeof ip_);
     std::memcpy(ip_, ip, strnlen(ip, sizeof ip_ - 1));
     live_.store(true, std::memory_order_release);

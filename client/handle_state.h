@@ -40,6 +40,10 @@ public:
     Dataspace* dataspace() const { return dataspace_; }
     const char* ip() const { return ip_; }
 
+    // The raw instance that was made for it; -1: none. A handle without one has the number 0 in its
+    // dataspace, which may be another handle's.
+    std::atomic<int> own_endpoint{-1};
+
     // ---- Of the receive thread, in its pass.
 
     StoreSequence store_sequence{0};

@@ -5,6 +5,7 @@
 
 #include "client/exchange.h"
 #include "client/vexo.h"
+#include "net/raw_endpoint.h"
 #include "net/raw_socket.h"
 #include "wire/catalogue.h"
 
@@ -22,11 +23,14 @@ void choose_path(Dataspace& dataspace, int64_t mode, uint32_t nack) {
     }
 }
 
-// Raw frames go to the address that the reply gives.
-void learn_controller_mac(Caller caller, Dataspace& dataspace) {
-    uint8_t* mac = dataspace.controller_mac;
-    std::ranges::copy(wire::controller_mac(response(dataspace)), mac);
-    socket_raw_set_dstmac(dataspace.raw_socket, mac);
+// Raw frames go to the address that the reply gives, and come from there.
+void learn_controller_mac(Caller caller, const Registration& found) {
+    uint8_t* mac = found->controller_mac;
+    std::ranges::copy(wire::controller_mac(response(*found)), mac);
+    socket_raw_set_dstmac(found->raw_socket, mac);
+    if (found->raw_socket == found.state().own_endpoint) {
+        raw_listen_to(found->raw_socket, std::to_array(found->controller_mac));
+    }
     report(caller, "dstmac: %02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4],
            mac[5]);
 }
@@ -50,7 +54,7 @@ int32_t vexo_protocol_version_request(uint32_t handle, int64_t mode, uint32_t na
     const int32_t status = examine_status(caller, wire::reply_status(response(*found)));
     found->version_word = static_cast<uint32_t>(word);
     if ((word & wire::kVersionRaw) != 0) {
-        learn_controller_mac(caller, *found);
+        learn_controller_mac(caller, found);
     }
     for (const uint32_t log_of : {handle, 0u}) {
         record({log_of, __func__}, "protocol version request: %d,nack: %d",

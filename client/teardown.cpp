@@ -6,6 +6,7 @@
 #include "client/registry.h"
 #include "client/vexo.h"
 #include "net/exchange_socket.h"
+#include "net/raw_endpoint.h"
 
 using namespace vexo;
 
@@ -64,6 +65,7 @@ int32_t vexo_destroy(uint32_t handle) {
     const int32_t result = close_connections(caller, *found);
     shared(found->streaming).store(kNotStarted, std::memory_order_release);
     vexo_thread_destroy();
+    raw_listen_to_all(state.own_endpoint);  // it stays open for the application
     unregister(handle);
     // Readers of the latest package are not counted, which would cost them more than the copy.
     const BriefLock no_reader(base_datarecv_mutex);

@@ -19,6 +19,11 @@ int raw_descriptor(int instance);
 // privilege to go beyond it.
 void raw_enlarge_queue(int instance);
 
+// Has the kernel drop what other stations of the link send to each other and to us, before it costs
+// a wake-up. Frames with a bad header pass, from wherever they come.
+void raw_listen_to(int instance, const wire::MacBytes& controller);
+void raw_listen_to_all(int instance);
+
 struct RawMessage {
     long result;  // as of socket_raw_recvfrom
     uint8_t code;

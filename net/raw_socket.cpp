@@ -74,6 +74,23 @@ void raw_enlarge_queue(int instance) {
     }
 }
 
+void raw_listen_to(int instance, const wire::MacBytes& controller) {
+    const RawInstance* const found = raw_instances.find(instance);
+    if (found == nullptr || found->mode != SOCKET_RAW_MODE_ETHERNET) {
+        return;
+    }
+    auto statements = wire::filter_of_foreign_frames(controller);
+    const sock_fprog program{wire::kForeignFilterSize, statements.data()};
+    setsockopt(found->fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
+void raw_listen_to_all(int instance) {
+    if (const int socket = raw_descriptor(instance); socket >= 0) {
+        const int ignored = 0;  // and yet the system wants one
+        setsockopt(socket, SOL_SOCKET, SO_DETACH_FILTER, &ignored, sizeof ignored);
+    }
+}
+
 }  // namespace vexo
 
 using vexo::raw_instances;

@@ -126,6 +126,37 @@ Writable without_link_header(const Writable& frame) {
     return rest.from(link::kSize);
 }
 
+// The program of a socket filter, statement by statement. Numbers are loaded as big-endian ones.
+namespace filter {
+constexpr sock_filter load(uint16_t size, size_t offset) {
+    return {static_cast<uint16_t>(BPF_LD | size | BPF_ABS), 0, 0, static_cast<uint32_t>(offset)};
+}
+constexpr sock_filter load_length() {
+    return {BPF_LD | BPF_W | BPF_LEN, 0, 0, 0};
+}
+// Goes on with the next statement where it holds, else so many further on.
+constexpr sock_filter require(uint16_t test, uint32_t value, uint8_t otherwise) {
+    return {static_cast<uint16_t>(BPF_JMP | test), 0, otherwise, value};
+}
+constexpr sock_filter compute(uint16_t operation, uint32_t value = 0) {
+    return {static_cast<uint16_t>(BPF_ALU | operation), 0, 0, value};
+}
+constexpr sock_filter keep() {
+    return {BPF_MISC | BPF_TAX, 0, 0, 0};
+}
+constexpr sock_filter answer(uint32_t bytes) {
+    return {BPF_RET | BPF_K, 0, 0, bytes};
+}
+
+constexpr uint32_t big_endian(std::span<const uint8_t> bytes) {
+    uint32_t value = 0;
+    for (const uint8_t byte : bytes) {
+        value = value << 8 | byte;
+    }
+    return value;
+}
+}  // namespace filter
+
 // Clears the field for good.
 bool checksum_holds(const Writable& message, size_t count) {
     const uint16_t claimed = message.get(header::kChecksum);
@@ -165,6 +196,40 @@ OpenedEthernetFrame open_ethernet_frame(std::span<uint8_t> frame) {
     Writable(frame).get(link::kSource, opened.source.data(), opened.source.size());
     opened.fault = checksum_holds(message, covered) ? FrameFault::none : FrameFault::bad_checksum;
     return opened;
+}
+
+std::array<sock_filter, kForeignFilterSize> filter_of_foreign_frames(const MacBytes& station) {
+    using namespace filter;
+    constexpr size_t kMessage = link::kSize;
+    constexpr size_t kLength = kMessage + header::kPayloadLength.offset;
+    constexpr uint8_t kPass = kForeignFilterSize - 2;
+    const std::span<const uint8_t> address(station);
+    return {{
+        load_length(),
+        require(BPF_JGE | BPF_K, kEthernetHeader, kPass - 2),
+        load(BPF_H, link::kType.offset),
+        require(BPF_JEQ | BPF_K, kEtherType, kPass - 4),
+        load(BPF_B, kMessage + header::kMarker.offset),
+        require(BPF_JEQ | BPF_K, header::kOurMarker, kPass - 6),
+        load(BPF_H, kMessage + header::kMagic.offset),
+        require(BPF_JEQ | BPF_K, std::rotl(header::kOurMagic, 8), kPass - 8),
+        // A frame that says to have more than it has.
+        load(BPF_B, kLength + 1),
+        compute(BPF_MUL | BPF_K, 256),
+        keep(),
+        load(BPF_B, kLength),
+        compute(BPF_ADD | BPF_X),
+        compute(BPF_ADD | BPF_K, kEthernetHeader),
+        keep(),
+        load_length(),
+        require(BPF_JGE | BPF_X, 0, kPass - 17),
+        load(BPF_W, link::kSource),
+        require(BPF_JEQ | BPF_K, big_endian(address.first(4)), kPass - 18),
+        load(BPF_H, link::kSource + 4),
+        require(BPF_JEQ | BPF_K, big_endian(address.subspan(4)), kPass - 20),
+        answer(UINT32_MAX),
+        answer(0),
+    }};
 }
 
 OpenedIpDatagram open_ip_datagram(std::span<const uint8_t> datagram) {

@@ -3,6 +3,9 @@
 #ifndef WIRE_FRAME_H
 #define WIRE_FRAME_H
 
+#include <linux/filter.h>
+
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -50,6 +53,12 @@ void seal_ip_message(uint8_t code, uint16_t sequence, std::span<uint8_t> message
 // Takes a received frame apart, 802.1Q tags skipped, and clears its checksum field, over which the
 // checksum is taken as 0. The EtherType behind the tags is not looked at.
 OpenedEthernetFrame open_ethernet_frame(std::span<uint8_t> frame);
+
+// A socket filter that drops the frames of other stations than this one. Those whose header is not
+// good pass, whoever sends them: the receiver has an answer to them. A wrong checksum is nothing
+// that a filter could find out.
+inline constexpr size_t kForeignFilterSize = 23;
+std::array<sock_filter, kForeignFilterSize> filter_of_foreign_frames(const MacBytes& station);
 
 // Takes a received datagram apart, which begins with its IPv4 header. Its checksum is not looked
 // at, and the payload ends with the datagram.

@@ -102,6 +102,64 @@ TEST_F(RawInternal, TheQueueIsTheSystemsUntilItIsEnlarged) {
     close(datagrams);
 }
 
+// The marker in front of the last frame's payload tells that nothing else came before it.
+TEST_F(RawInternal, ListeningToOneStationLeavesOutWhatOthersSendWell) {
+    const int instance = open_ethernet();
+    const auto robot = Port::ethernet("robot0");
+    const auto from = [](const char* station, Bytes frame) {
+        std::ranges::copy(bytes(station), frame.begin() + 6);
+        return frame;
+    };
+    const auto altered = [&](size_t place, uint8_t value) {
+        Bytes frame = from("02 00 00 00 00 09", controller_frame(0x90, bytes("01 02")));
+        frame[place] = value;
+        return frame;
+    };
+    const Bytes large = controller_frame(0x90, Bytes(1400));
+    const struct {
+        const char* what;
+        Bytes frame;
+        bool passes;
+        long result;
+    } frames[] = {
+        {"the station's", controller_frame(0x90, bytes("01 02")), true, 2},
+        {"the station's, large", large, true, 1400},
+        {"another's, in the last byte", from("02 00 00 00 00 0C", large), false, 0},
+        {"another's, in the first byte", from("12 00 00 00 00 0B", large), false, 0},
+        {"another's, in the fourth byte", from("02 00 00 01 00 0B", large), false, 0},
+        {"another's, empty", from("02 00 00 00 00 09", controller_frame(0x90, {})), false, 0},
+        {"without a checksum that holds", altered(26, 9), false, 0},
+        {"another marker", altered(14, 0xA7), true, -102},
+        {"another magic", altered(18, 0xC9), true, -102},
+        {"and its second byte", altered(19, 0xB8), true, -102},
+        {"a payload a byte too long", altered(22, 3), true, -102},
+        {"and 256 bytes too long", altered(23, 1), true, -102},
+        {"a payload shorter than the frame", altered(22, 1), false, 0},
+        {"too short for a header", Bytes(large.begin(), large.begin() + 25), true, -102},
+        {"the station's, bad", Bytes(large.begin(), large.begin() + 1425), true, -102},
+    };
+    vexo::raw_listen_to(instance, {0x02, 0, 0, 0, 0, 0x0B});
+    for (const auto& [what, frame, passes, result] : frames) {
+        robot->send(frame);
+        if (passes) {
+            EXPECT_EQ(receive_next(instance).result, result) << what;
+        }
+        robot->send(controller_frame(0x91, bytes("01 02 03")));
+        EXPECT_EQ(receive_next(instance).code, 0x91) << what;
+    }
+    vexo::raw_listen_to(instance, {0x02, 0, 0, 0, 0, 0x09});  // it moved
+    robot->send(large);
+    robot->send(altered(22, 2));
+    EXPECT_EQ(receive_next(instance).result, 2);
+    vexo::raw_listen_to_all(instance);
+    robot->send(large);
+    EXPECT_EQ(receive_next(instance).result, 1400);
+    for (const int none : {-1, 8, socket_raw_create("host0", SOCKET_RAW_MODE_IP)}) {
+        vexo::raw_listen_to(none, {});
+        vexo::raw_listen_to_all(none);
+    }
+}
+
 TEST_F(RawInternal, SocketsAreNoStandardStreams) {
     EXPECT_EQ(in_child([] {
                   for (const int stream : {0, 1, 2}) {
