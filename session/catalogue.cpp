@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdio>
 
-#include "session/error.h"
 #include "session/nearest_name.h"
 #include "wire/value_type.h"
 
@@ -77,37 +75,40 @@ const Entry* Catalogue::find(uint32_t kinds, std::string_view name) const {
     return found;
 }
 
-std::vector<const Entry*> Catalogue::nearest(uint32_t kinds, std::string_view name,
-                                             size_t count) const {
-    std::vector<std::pair<uint32_t, const Entry*>> ranked;
+std::vector<const Entry*> Catalogue::entries(uint32_t kinds) const {
+    std::vector<const Entry*> all;
     each_list(kinds, [&](uint32_t list) {
         for (const Entry& entry : lists_[list]) {
-            ranked.emplace_back(name_distance(name, entry.name), &entry);
+            all.push_back(&entry);
         }
     });
-    const size_t wanted = std::min(count, ranked.size());
-    std::stable_sort(ranked.begin(), ranked.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::vector<const Entry*> entries;
-    for (size_t i = 0; i < wanted; ++i) {
-        entries.push_back(ranked[i].second);
+    return all;
+}
+
+namespace {
+
+std::vector<std::string_view> names_of(const std::vector<const Entry*>& entries) {
+    std::vector<std::string_view> names;
+    for (const Entry* entry : entries) {
+        names.push_back(entry->name);
     }
-    return entries;
+    return names;
+}
+
+}  // namespace
+
+std::vector<const Entry*> Catalogue::nearest(uint32_t kinds, std::string_view name,
+                                             size_t count) const {
+    const std::vector<const Entry*> all = entries(kinds);
+    std::vector<const Entry*> found;
+    for (const size_t place : nearest_names(name, names_of(all), count)) {
+        found.push_back(all[place]);
+    }
+    return found;
 }
 
 VexoSessionError Catalogue::unknown(uint32_t kinds, std::string_view name) const {
-    constexpr size_t kShown = 3;
-    VexoSessionError error =
-        failure(VEXO_SESSION_UNKNOWN_NAME, "\"%.*s\" is not in the catalogue",
-                static_cast<int>(std::min<size_t>(name.size(), 200)), name.data());
-    std::string text;
-    for (const Entry* entry : nearest(kinds, name, kShown)) {
-        text += (text.empty() ? "" : ", ") + entry->name;
-    }
-    if (!text.empty()) {
-        std::snprintf(error.remedy, sizeof error.remedy, "The nearest: %s", text.c_str());
-    }
-    return error;
+    return unknown_name(name, "in the catalogue", names_of(entries(kinds)));
 }
 
 VexoSessionVariable describe(const Entry& entry) {

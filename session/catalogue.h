@@ -44,6 +44,8 @@ public:
     VexoSessionError unknown(uint32_t kinds, std::string_view name) const;
 
 private:
+    std::vector<const Entry*> entries(uint32_t kinds) const;
+
     static constexpr size_t kLists = 3;
     std::array<std::vector<Entry>, kLists> lists_;
     std::array<std::unordered_map<std::string_view, const Entry*>, kLists> names_;

@@ -50,7 +50,7 @@ bool Inputs::stands_on(const Connection* connection) {
 const VexoSessionVariable* Inputs::field(const char* name) {
     const VexoSessionVariable* found = layout.find(name);
     if (found == nullptr) {
-        tell(VEXO_SESSION_UNKNOWN_NAME, "\"%.200s\" is none of these inputs", name);
+        tell(layout.unknown(name));
     }
     return found;
 }

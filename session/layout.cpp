@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "session/error.h"
+#include "session/nearest_name.h"
 
 namespace vexo::session {
 
@@ -38,8 +39,16 @@ std::optional<Layout> Layout::make(const Catalogue& catalogue, uint32_t kinds,
 }
 
 const VexoSessionVariable* Layout::find(std::string_view name) const {
-    const auto found = names_.find(std::string(name));
+    const auto found = names_.find(name);
     return found != names_.end() ? &fields_[found->second] : nullptr;
+}
+
+VexoSessionError Layout::unknown(std::string_view name) const {
+    std::vector<std::string_view> names;
+    for (const VexoSessionVariable& field : fields_) {
+        names.emplace_back(field.name);
+    }
+    return unknown_name(name, "among these variables", names);
 }
 
 bool Layout::same(const Layout& other) const {

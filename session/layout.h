@@ -2,6 +2,7 @@
 #ifndef SESSION_LAYOUT_H
 #define SESSION_LAYOUT_H
 
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
@@ -24,12 +25,19 @@ public:
     size_t bytes() const { return bytes_; }
     // Null when there is no such name; the first when it is there twice.
     const VexoSessionVariable* find(std::string_view name) const;
+    // An UNKNOWN_NAME that tells the nearest.
+    VexoSessionError unknown(std::string_view name) const;
     // The same fields; their ids may differ.
     bool same(const Layout& other) const;
 
 private:
+    // Looks up without a copy of the name.
+    struct Hash : std::hash<std::string_view> {
+        using is_transparent = void;
+    };
+
     std::vector<VexoSessionVariable> fields_;
-    std::unordered_map<std::string, size_t> names_;
+    std::unordered_map<std::string, size_t, Hash, std::equal_to<>> names_;
     size_t bytes_ = 0;
 };
 

@@ -15,6 +15,8 @@ namespace {
 
 constexpr uint32_t kRawVersion = 3;
 constexpr Nanoseconds kLostEach = 100 * kMillisecond;
+// So many times as long as the last answer took may the first one after a cut take.
+constexpr Nanoseconds kRoundTrips = 8;
 
 }  // namespace
 
@@ -136,6 +138,7 @@ void Machine::proceed() {
 }
 
 void Machine::replied(std::span<const uint8_t> reply, Nanoseconds round_trip) {
+    round_trip_ = round_trip;
     {
         const std::lock_guard lock(robot_.monitor);
         robot_.standing.round_trip = round_trip;
@@ -258,11 +261,21 @@ Nanoseconds Machine::stream_limit() const {
     return robot_.settings.stream_limit != 0 ? robot_.settings.stream_limit : receiver_.patience();
 }
 
+// For the session's own requests. A controller that was there before and takes the connection may
+// be silent still: it is known by then how soon it would have answered.
+Nanoseconds Machine::reply_deadline() const {
+    const Nanoseconds deadline = dialogue_.asked_at() + robot_.settings.reply_limit;
+    if (!was_cut_ || set_up_.answered()) {
+        return deadline;
+    }
+    return std::min(deadline,
+                    retry_.limit(std::max(robot_.settings.attempt, kRoundTrips * round_trip_)));
+}
+
 void Machine::check_limits(Nanoseconds now) {
     if (attempt_.running() && now >= retry_.limit(robot_.settings.attempt)) {
         cut(failure(VEXO_SESSION_UNREACHABLE, "port %u does not answer", attempt_.waiting_for()));
-    } else if (dialogue_.busy() && asked_ != Asked::caller &&
-               now >= dialogue_.asked_at() + robot_.settings.reply_limit) {
+    } else if (dialogue_.busy() && asked_ != Asked::caller && now >= reply_deadline()) {
         cut(failure(VEXO_SESSION_SILENT, "the controller does not answer requests"));
     } else if (receiver_.receiving() && now >= receiver_.heard_at() + stream_limit()) {
         cut(failure(VEXO_SESSION_SILENT, "the controller has stopped to stream"));
@@ -285,7 +298,7 @@ void Machine::plan() {
         when = std::min(when, retry_.next());
     }
     if (dialogue_.busy() && asked_ != Asked::caller) {
-        when = std::min(when, dialogue_.asked_at() + robot_.settings.reply_limit);
+        when = std::min(when, reply_deadline());
     }
     if (receiver_.receiving()) {
         when = std::min(when, receiver_.heard_at() + stream_limit());

@@ -48,6 +48,7 @@ private:
     void check_limits(Nanoseconds now);
     void tell_lost(Nanoseconds now);
     Nanoseconds stream_limit() const;
+    Nanoseconds reply_deadline() const;
 
     // The end of the control connection, which callers use by themselves.
     struct ControlWatch final : IoHandler {
@@ -71,8 +72,9 @@ private:
     Asked asked_ = Asked::nothing;
     bool standing_ = false;  // everything was set up
     bool ended_ = false;
-    bool was_cut_ = false;      // it stood before
-    uint32_t last_number_ = 0;  // of the connections that are told apart
+    bool was_cut_ = false;        // it stood before
+    Nanoseconds round_trip_ = 0;  // of the last request
+    uint32_t last_number_ = 0;    // of the connections that are told apart
     uint64_t lost_told_ = 0;
     Nanoseconds tell_lost_at_ = kNever;
 };

@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdio>
+#include <numeric>
+#include <string>
+
+#include "session/error.h"
 
 namespace vexo::session {
 
@@ -55,6 +60,36 @@ uint32_t name_distance(std::string_view typed, std::string_view name) {
     const bool contained = !a.empty() && b.find(a) != std::string_view::npos;
     return contained ? static_cast<uint32_t>(b.size() - a.size())
                      : kNotContained + letters_to_change(a, b);
+}
+
+std::vector<size_t> nearest_names(std::string_view typed, std::span<const std::string_view> names,
+                                  size_t count) {
+    std::vector<uint32_t> distances;
+    for (const std::string_view name : names) {
+        distances.push_back(name_distance(typed, name));
+    }
+    std::vector<size_t> places(names.size());
+    std::iota(places.begin(), places.end(), size_t{0});
+    std::stable_sort(places.begin(), places.end(),
+                     [&](size_t a, size_t b) { return distances[a] < distances[b]; });
+    places.resize(std::min(count, places.size()));
+    return places;
+}
+
+VexoSessionError unknown_name(std::string_view typed, const char* where,
+                              std::span<const std::string_view> names) {
+    constexpr size_t kShown = 3;
+    VexoSessionError error =
+        failure(VEXO_SESSION_UNKNOWN_NAME, "\"%.*s\" is not %s",
+                static_cast<int>(std::min<size_t>(typed.size(), 200)), typed.data(), where);
+    std::string text;
+    for (const size_t place : nearest_names(typed, names, kShown)) {
+        text += (text.empty() ? "" : ", ") + std::string(names[place]);
+    }
+    if (!text.empty()) {
+        std::snprintf(error.remedy, sizeof error.remedy, "The nearest: %s", text.c_str());
+    }
+    return error;
 }
 
 }  // namespace vexo::session

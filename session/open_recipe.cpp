@@ -61,7 +61,7 @@ int32_t give_field(const Layout& layout, const char* name, VexoSessionVariable* 
     }
     const VexoSessionVariable* found = layout.find(name);
     if (found == nullptr) {
-        return tell(VEXO_SESSION_UNKNOWN_NAME, "\"%.200s\" is none of these variables", name);
+        return tell(layout.unknown(name));
     }
     return give(field, *found)
                ? VEXO_SESSION_OK

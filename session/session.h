@@ -169,8 +169,9 @@ typedef struct VexoSessionOptions {
     uint32_t mode;            /* protocol version over TCP: 1 or 2; default 2 */
     const char* interface;    /* raw Ethernet over this interface; default: TCP */
     uint32_t no_acknowledge;  /* 1, raw only: set-points are not acknowledged by the controller */
-    uint32_t attempt_us;      /* how long one attempt to connect may take; default 50000. It grows
-                                 with the waiting time after the first ten seconds of a cut */
+    uint32_t attempt_us;      /* how long one attempt to connect may take, after a cut up to the
+                                 first answer; default 50000. It grows with the waiting time after
+                                 the first ten seconds of a cut */
     uint32_t reply_limit_us;  /* for the session's own requests; default 1000000 */
     uint32_t idle_us;         /* without a stream: a request so often; default 1000000 */
     uint32_t stream_limit_us; /* so long without a package is a cut; default: 20 periods of the

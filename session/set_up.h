@@ -20,6 +20,9 @@ public:
     void begin(Ref<Connection> connection, Ref<RawPort> stream_port);
     void end();
 
+    // The controller has answered over this connection.
+    bool answered() const { return step_ != Step::version; }
+
     // The next request; empty when all stands that is wanted.
     std::span<const uint8_t> next();
     // The reply to it. What is wrong with it, when that ends the connection.

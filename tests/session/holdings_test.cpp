@@ -150,7 +150,7 @@ protected:
         VexoSessionStream* opened = stream({"package_counter", "actual_joint_positions"});
         records_.emplace(opened);
         EXPECT_OK(vexo_session_cursor_open(opened, nullptr, &cursor_));
-        const char* names[] = {"heartbeat"};
+        const char* names[] = {"application_step"};
         EXPECT_OK(vexo_session_inputs_open(session_, names, 1, kSoon, &inputs_));
         EXPECT_OK(vexo_session_wait(session_, VEXO_SESSION_STATE_STREAMING, kSoon));
     }
@@ -163,7 +163,7 @@ protected:
         point.count = 6;
         point.joints = joints;
         EXPECT_OK(vexo_session_servo(session_, &point, kSoon));
-        EXPECT_OK(vexo_session_inputs_set_f64(inputs_, "heartbeat", joints, 1));
+        EXPECT_OK(vexo_session_inputs_set_f64(inputs_, "application_step", joints, 1));
         EXPECT_OK(vexo_session_inputs_send(inputs_));
         EXPECT_GT(statistics().packages, 0U);
     }

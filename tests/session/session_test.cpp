@@ -89,6 +89,10 @@ TEST_F(Session, TellsTheNearestOfAnUnknownName) {
     EXPECT_EQ(vexo_session_stream_open(session_, names, 1, nullptr, kSoon, &opened),
               VEXO_SESSION_UNKNOWN_NAME);
     EXPECT_THAT(last_error().remedy, HasSubstr("package_counter"));
+    VexoSessionStream* other = stream({"uptime_seconds"});
+    auto field = sized<VexoSessionVariable>();
+    EXPECT_EQ(vexo_session_stream_find(other, "uptime", &field), VEXO_SESSION_UNKNOWN_NAME);
+    EXPECT_THAT(last_error().remedy, HasSubstr("uptime_seconds"));
     auto entry = sized<VexoSessionVariable>();
     ASSERT_OK(vexo_session_find(session_, VEXO_SESSION_OUTPUT, "actual_joint_positions", &entry));
     EXPECT_EQ(entry.elements, 6U);
@@ -337,10 +341,22 @@ TEST_F(Session, OvercomesNonsense) {
     EXPECT_GT(statistics().malformed, 0U);
 }
 
+// One that takes connections, but is silent, is not waited for longer than an attempt may take.
+TEST_F(Session, AsksASilentControllerAgainAndAgain) {
+    start_controller();
+    open();
+    ASSERT_NE(stream({"package_counter"}), nullptr);
+    controller_->inject(sim::parse_fault("type=V,lost,times=3"));
+    controller_->disconnect(sim::Port::io, sim::Break::reset);
+    EXPECT_LT(event(VEXO_SESSION_EVENT_BACK).span_ns, 2'000'000'000);  // three limits would be 3 s
+}
+
 // The way back is a number of round trips: nothing is asked for twice, and nothing waited for.
 TEST_F(Session, ComesBackInAsFewRequestsAsThereAre) {
     start_controller();
-    open();
+    auto patient = sized<VexoSessionOptions>();
+    patient.attempt_us = kSoon;
+    open(patient);
     ASSERT_NE(stream({"package_counter"}), nullptr);
     const char* names[] = {"heartbeat"};
     VexoSessionInputs* inputs = nullptr;
