@@ -96,8 +96,10 @@ VexoSessionError Machine::prepare(const Attempt::Links& links) {
     connection_->number = last_number_ + 1;
     Ref<RawPort> stream_port;
     if (settings.raw()) {
-        connection_->raw = make<RawPort>(settings.interface.c_str());
+        // The kernel hands a frame to the socket first that was bound last: acknowledgements are
+        // waited for, while the stream's socket only counts them.
         stream_port = make<RawPort>(settings.interface.c_str());
+        connection_->raw = make<RawPort>(settings.interface.c_str());
         if (connection_->raw->descriptor() < 0 || stream_port->descriptor() < 0) {
             return system_failure(VEXO_SESSION_NO_INTERFACE, settings.interface.c_str(), errno);
         }
