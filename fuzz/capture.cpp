@@ -53,9 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint64_t rows = 0;
     capture::Decoder decoder(options_of(input.u8()), [&](const capture::Row& row) {
         ++rows;
-        check(row.values.size() == row.layout.bytes(), "a row has the values of its layout");
+        check(row.values.size() == row.layout->bytes(), "a row has the values of its layout");
         check(row.number <= rows, "packages are counted one by one");
-        for (const capture::Field& field : row.layout.fields()) {
+        for (const capture::Field& field : row.layout->fields()) {
             check(field.offset < row.values.size(), "each value lies in the row");
         }
     });

@@ -1,5 +1,7 @@
 #include "tests/capture/conversation.h"
 
+#include <algorithm>
+
 #include "sim/frame.h"
 
 namespace test {

@@ -8,7 +8,6 @@
 
 #include "sim/types.h"
 #include "sim/wire.h"
-#include "tools/capture/decoder.h"
 
 namespace test {
 

@@ -27,13 +27,13 @@ Seen decode(const std::vector<Taken>& packets, capture::Options options = {}) {
     Seen seen;
     capture::Decoder decoder(std::move(options), [&](const capture::Row& row) {
         uint32_t count = 0;
-        ASSERT_EQ(row.values.size(), row.layout.bytes());
-        std::memcpy(&count, row.values.data() + row.layout.find("counter")->offset, sizeof count);
+        ASSERT_EQ(row.values.size(), row.layout->bytes());
+        std::memcpy(&count, row.values.data() + row.layout->find("counter")->offset, sizeof count);
         seen.counts.push_back(count);
         seen.lost.push_back(row.lost);
         seen.controller = row.controller;
         seen.fields.clear();
-        for (const capture::Field& field : row.layout.fields()) {
+        for (const capture::Field& field : row.layout->fields()) {
             seen.fields.push_back(field.name + ':' + std::to_string(field.type));
         }
     });
@@ -255,7 +255,7 @@ TEST(AnyPackets, DoNoHarm) {
         }
         uint64_t rows = 0;
         capture::Decoder decoder(with_catalogue(), [&](const capture::Row& row) {
-            ASSERT_EQ(row.values.size(), row.layout.bytes());
+            ASSERT_EQ(row.values.size(), row.layout->bytes());
             ++rows;
         });
         for (const Taken& packet : packets) {

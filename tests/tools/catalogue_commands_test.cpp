@@ -95,5 +95,5 @@ TEST(NoController, EndsTheWaitingInTime) {
     const Outcome run = test::vexo({"list", "--json", "--timeout", "0.3", "-H", own_loopback()});
     EXPECT_EQ(run.status, 4);
     EXPECT_EQ(json::parse(run.out).at("error").at("code"), "unreachable");
-    EXPECT_EQ(test::vexo({"list", "--capture", "eth1"}).status, 2);
+    EXPECT_EQ(test::vexo({"find", "x", "--capture", "eth1"}).status, 2);
 }

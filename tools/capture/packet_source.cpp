@@ -11,6 +11,8 @@ namespace {
 // A segment may be larger than any packet on the wire: the network card cuts and joins them.
 constexpr int kWholePacket = 262144;
 constexpr int kRoom = 16 << 20;  // bytes that wait for us
+// Packets are handed over together. One by one each would take as much room as the largest.
+constexpr int kLatestMs = 10;
 constexpr const char* kOurs =
     "tcp port 2295 or tcp port 2297 or tcp port 2299 or ether proto 0xc815 or "
     "(vlan and (tcp port 2295 or tcp port 2297 or tcp port 2299 or ether proto 0xc815))";
@@ -67,7 +69,7 @@ void PacketSource::open_interface() {
     pcap_t* handle = handle_.get();
     pcap_set_snaplen(handle, kWholePacket);
     pcap_set_promisc(handle, 1);
-    pcap_set_immediate_mode(handle, 1);
+    pcap_set_timeout(handle, kLatestMs);
     pcap_set_buffer_size(handle, kRoom);
     pcap_set_tstamp_precision(handle, PCAP_TSTAMP_PRECISION_NANO);
     if (const int result = pcap_activate(handle); result < 0) {

@@ -86,7 +86,7 @@ void Robot::show(const Package& package) {
     ++context_.counters.packages;
     context_.counters.lost += lost;
     context_.take(
-        {name_, *package.layout, package.recipe, package.time_ns, ++number_, lost, package.values});
+        {name_, package.layout, package.recipe, package.time_ns, ++number_, lost, package.values});
 }
 
 // What the counter left out was lost, wherever that happened. Without one: what was seen to be

@@ -20,7 +20,7 @@ struct Counters : PackageCounters, SegmentCounters {
 // A package of a controller.
 struct Row {
     const std::string& controller;  // its IPv4 address; else that of its station, as "02:00:…"
-    const Layout& layout;           // the same object as long as it does not change
+    const std::shared_ptr<const Layout>& layout;  // the same as long as it does not change
     uint8_t recipe;
     int64_t time_ns;  // when the capture had all of it, since the epoch
     uint64_t number;  // 1, 2, … of this controller

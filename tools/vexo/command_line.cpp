@@ -54,6 +54,15 @@ Option* Option::between(double least, double most) {
     return this;
 }
 
+bool Option::given() const {
+    return parsed_.count() > 0;
+}
+
+Option* Option::list() {
+    parsed_.delimiter(',')->allow_extra_args(false);
+    return this;
+}
+
 Option* Option::ipv4() {
     parsed_.check(CLI::Validator(CLI::ValidIPV4).description(""));
     return this;

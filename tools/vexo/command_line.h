@@ -28,11 +28,16 @@ public:
     Option* excludes(Option* other);
     Option* needs(Option* other);
 
+    // Whether the line that was read, or the environment, has it.
+    bool given() const;
+
     // What values are taken.
     Option* one_of(const std::vector<std::string>& words);
     Option* positive();
     Option* between(double least, double most);
     Option* ipv4();
+    // Several, with commas between them.
+    Option* list();
 
 private:
     CLI::Option& parsed_;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "tools/vexo/capture_reader.h"
 #include "tools/vexo/catalogue.h"
 #include "tools/vexo/robot.h"
 
@@ -30,11 +31,11 @@ bool wanted(const VexoSessionVariable& entry, const Arguments& arguments) {
            (arguments.glob.empty() || fnmatch(arguments.glob.c_str(), entry.name, 0) == 0);
 }
 
-std::vector<VexoSessionVariable> select(VexoSession* session, const Arguments& arguments) {
-    std::vector<VexoSessionVariable> rows = all_entries(session);
-    std::erase_if(rows,
-                  [&](const VexoSessionVariable& entry) { return !wanted(entry, arguments); });
-    return rows;
+std::vector<VexoSessionVariable> all_rows(const Context& context) {
+    if (!context.options.capture.empty()) {
+        return captured_catalogue(context.options);
+    }
+    return all_entries(open_session(context).get());
 }
 
 Json document_of(const std::vector<VexoSessionVariable>& rows) {
@@ -64,8 +65,8 @@ void print_table(const std::vector<VexoSessionVariable>& rows, Output& output) {
 }
 
 Exit run(const Arguments& arguments, Context& context) {
-    const Session session = open_session(context);
-    const std::vector<VexoSessionVariable> rows = select(session.get(), arguments);
+    std::vector<VexoSessionVariable> rows = all_rows(context);
+    std::erase_if(rows, [&](const VexoSessionVariable& row) { return !wanted(row, arguments); });
     if (arguments.catalogue) {
         context.output.document(catalogue_of(rows));
     } else if (context.output.json()) {

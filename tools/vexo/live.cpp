@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "tools/vexo/capture_source.h"
 #include "tools/vexo/interrupt.h"
 
 namespace tool {
@@ -152,6 +153,13 @@ std::optional<Row> LiveSource::next(TimePoint end) {
 }
 
 std::unique_ptr<Source> open_source(Context& context, const std::vector<std::string>& names) {
+    if (!context.options.capture.empty()) {
+        return std::make_unique<CaptureSource>(context, names);
+    }
+    if (!context.options.catalogue.empty() || !context.options.recipe.empty()) {
+        throw Failure(Exit::usage, "usage", "--catalogue and --recipe want --capture",
+                      "leave them out: the controller tells what its packages hold");
+    }
     return std::make_unique<LiveSource>(context, open_session(context), names);
 }
 

@@ -4,11 +4,12 @@ namespace tool {
 namespace {
 
 void add_sources(Command& app, Options& options) {
-    app.add_option("-H,--host", options.host, "IPv4 address of the controller")
-        ->envname("VEXO_HOST")
-        ->type_name("IP")
-        ->ipv4()
-        ->capture_default_str();
+    options.host_option =
+        app.add_option("-H,--host", options.host, "IPv4 address of the controller")
+            ->envname("VEXO_HOST")
+            ->type_name("IP")
+            ->ipv4()
+            ->capture_default_str();
     Option* raw = app.add_option("--raw", options.raw,
                                  "exchange cyclic data in raw Ethernet frames over this interface")
                       ->type_name("IF");

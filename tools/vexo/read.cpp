@@ -1,4 +1,5 @@
 // `vexo read`: the values of one package.
+#include "tools/vexo/capture_reader.h"
 #include "tools/vexo/rows.h"
 
 namespace tool {
@@ -26,6 +27,7 @@ void add_read(Command& app, Context& context) {
     Command* command = app.add_subcommand("read", "Show the values of one package");
     const auto names = std::make_shared<std::vector<std::string>>();
     command->add_option("NAME", *names, "of an output, or of an input")->required();
+    add_capture_options(*command, context.options);
     command->callback(
         [&context, names] { context.run = [&, names] { return run(*names, context); }; });
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "tools/vexo/capture_reader.h"
 #include "tools/vexo/csv.h"
 #include "tools/vexo/rows.h"
 #include "tools/vexo/times.h"
@@ -184,6 +185,7 @@ void add_watch(Command& app, Context& context) {
     Command* command = app.add_subcommand("watch", "Show packages as they come, a line each");
     const auto arguments = std::make_shared<Arguments>();
     command->add_option("NAME", arguments->names, "of an output, or of an input")->required();
+    add_capture_options(*command, context.options);
     command->add_option("-n,--lines", arguments->lines, "end after so many lines")
         ->type_name("N")
         ->positive();
