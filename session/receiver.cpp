@@ -15,7 +15,6 @@ namespace {
 constexpr Nanoseconds kShortestPatience = 250 * kMillisecond;
 constexpr Nanoseconds kFirstPatience = kSecond;
 constexpr Nanoseconds kPeriodsOfPatience = 20;
-constexpr size_t kFramesAtOnce = 8;
 constexpr size_t kFrameRoom = 2048;
 // A counter that goes further than this was set anew.
 constexpr uint64_t kMostMissing = 1'000'000;
@@ -101,15 +100,24 @@ Receiver::Arrival Receiver::arrival_of(msghdr& message) const {
     return {io_.rounds().began + io_.rounds().realtime_ahead, false};
 }
 
-void Receiver::receive_bytes() {
-    const std::span<uint8_t> room = reader_.room();
-    iovec piece{room.data(), room.size()};
-    alignas(cmsghdr) std::array<uint8_t, 128> control;
+namespace {
+
+msghdr message_into(iovec& piece, std::span<uint8_t> control) {
     msghdr message{};
     message.msg_iov = &piece;
     message.msg_iovlen = 1;
     message.msg_control = control.data();
     message.msg_controllen = control.size();
+    return message;
+}
+
+}  // namespace
+
+void Receiver::receive_bytes() {
+    const std::span<uint8_t> room = reader_.room();
+    iovec piece{room.data(), room.size()};
+    alignas(cmsghdr) std::array<uint8_t, 128> control;
+    msghdr message = message_into(piece, control);
     const ssize_t got = recvmsg(link_->descriptor(), &message, MSG_DONTWAIT);
     if (got == 0) {
         owner_.receiver_failed(
@@ -147,24 +155,15 @@ void Receiver::receive_bytes() {
     }
 }
 
+// One frame each time: to look for a second would hold up the first.
 void Receiver::receive_frames() {
-    static thread_local std::array<std::array<uint8_t, kFrameRoom>, kFramesAtOnce> frames;
-    static thread_local std::array<std::array<uint64_t, 16>, kFramesAtOnce> controls;
-    std::array<iovec, kFramesAtOnce> pieces;
-    std::array<mmsghdr, kFramesAtOnce> messages{};
-    for (size_t i = 0; i < kFramesAtOnce; ++i) {
-        pieces[i] = {frames[i].data(), frames[i].size()};
-        messages[i].msg_hdr.msg_iov = &pieces[i];
-        messages[i].msg_hdr.msg_iovlen = 1;
-        messages[i].msg_hdr.msg_control = controls[i].data();
-        messages[i].msg_hdr.msg_controllen = sizeof controls[i];
-    }
-    const int got =
-        recvmmsg(port_->descriptor(), messages.data(), kFramesAtOnce, MSG_DONTWAIT, nullptr);
-    for (size_t i = 0; i < static_cast<size_t>(std::max(got, 0)) && port_; ++i) {
-        const std::span<uint8_t> frame(frames[i].data(),
-                                       std::min<size_t>(messages[i].msg_len, kFrameRoom));
-        take_frame(frame, arrival_of(messages[i].msg_hdr));
+    std::array<uint8_t, kFrameRoom> frame;
+    iovec piece{frame.data(), frame.size()};
+    alignas(cmsghdr) std::array<uint8_t, 128> control;
+    msghdr message = message_into(piece, control);
+    const ssize_t got = recvmsg(port_->descriptor(), &message, MSG_DONTWAIT);
+    if (got > 0) {
+        take_frame(std::span(frame).first(static_cast<size_t>(got)), arrival_of(message));
     }
 }
 
