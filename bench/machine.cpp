@@ -27,6 +27,8 @@ const cpu_set_t& usable_processors() {
     return usable;
 }
 
+}  // namespace
+
 int processor_of(Place place) {
     int first = -1;
     int last = -1;
@@ -38,8 +40,6 @@ int processor_of(Place place) {
     }
     return place == Place::controller ? first : last;
 }
-
-}  // namespace
 
 int64_t now_ns() {
     return read_clock(CLOCK_MONOTONIC);

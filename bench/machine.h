@@ -17,6 +17,7 @@ int64_t cpu_time_ns(pthread_t thread);
 // Where threads run: the controller on the first processor that the process may use, the
 // application on the last one. With one processor both are the same.
 enum class Place { controller, application };
+int processor_of(Place place);
 void pin(Place place, pthread_t thread = pthread_self());
 
 // Ends the process with a message, unless `held`.

@@ -120,6 +120,7 @@ private:
         for (;;) {
             const ssize_t got = recv(fd, buffer + filled, sizeof buffer - filled, 0);
             if (got <= 0) {
+                close(fd);
                 return;
             }
             filled += static_cast<size_t>(got);
@@ -156,7 +157,9 @@ private:
                 break;
         }
         static const Bytes accepted = message('m', Bytes{0, 0, 0, 0, 1});
-        reply(fd, accepted);
+        Bytes answer = accepted;
+        answer[2] = request[2];
+        reply(fd, answer);
     }
 
     Bytes version_reply() const {
@@ -171,16 +174,23 @@ private:
     }
 
     void answer_frames() {
-        const Bytes reply =
+        Bytes reply =
             frame(peer_.host_mac(), peer_.mac(), kServoCode, message('m', Bytes{0, 0, 0, 0}));
         uint8_t received[2048];
         for (;;) {
             const ssize_t got = recv(link_, received, sizeof received, 0);
             if (got > static_cast<ssize_t>(kFrameCode) && received[kFrameCode] == kServoCode &&
                 options_.acknowledges) {
-                send(link_, reply.data(), reply.size(), 0);
+                send_frame(reply);
             }
         }
+    }
+
+    // With the next sequence number.
+    void send_frame(Bytes& bytes) {
+        store(&bytes[kFrameSequence], sequence_.fetch_add(1));
+        seal(bytes);
+        send(link_, bytes.data(), bytes.size(), 0);
     }
 
     // A tick that is under way is waited for: nothing comes after the reply to a pause.
@@ -216,13 +226,16 @@ private:
         store(&package_[kPackageCounter], ++counter_);
         store(&package_[kPackageTime], static_cast<uint64_t>(now_ns()));
         if (options_.raw) {
-            const Bytes bytes = frame(peer_.host_mac(), peer_.mac(), kOutputCode, package_);
-            send(link_, bytes.data(), bytes.size(), 0);
+            Bytes bytes = frame(peer_.host_mac(), peer_.mac(), kOutputCode, package_);
+            send_frame(bytes);
             return;
         }
-        for (const int fd : receivers_) {
-            send(fd, package_.data(), package_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        }
+        std::erase_if(receivers_, [this](int fd) {
+            const bool gone =
+                send(fd, package_.data(), package_.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0 &&
+                errno != EAGAIN;
+            return gone && close(fd) == 0;
+        });
     }
 
     const PeerOptions options_;
@@ -234,6 +247,7 @@ private:
     std::atomic<bool> streaming_ = false;
     Bytes package_;
     uint64_t counter_ = 0;
+    std::atomic<uint16_t> sequence_ = 1;  // of frames
 };
 
 void make_link(const Peer& peer) {

@@ -50,6 +50,7 @@ Bytes output_package(size_t size);
 constexpr uint16_t kEtherType = 0xC815;
 constexpr size_t kFrameHeader = 26;
 constexpr size_t kFrameCode = 15;
+constexpr size_t kFrameSequence = 20;
 constexpr uint8_t kOutputCode = 144;
 constexpr uint8_t kInputCode = 145;
 constexpr uint8_t kServoCode = 146;

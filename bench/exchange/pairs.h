@@ -12,6 +12,7 @@ std::vector<Pair> input_pairs();
 std::vector<Pair> arrival_pairs();
 std::vector<Pair> catalogue_pairs();
 std::vector<Pair> load_pairs();
+std::vector<Pair> session_pairs();
 
 // Times each of `count` calls, in microseconds.
 template <typename Call>
