@@ -95,11 +95,7 @@ public:
     }
 
     // Waits until something comes for any handle, or the thread is woken.
-    void wait() {
-        if (poll(polled_, count_ + 1, ReceivedStream::kWaitMilliseconds) < 0) {
-            forget_events();
-        }
-    }
+    void wait() { poll(polled_, count_ + 1, ReceivedStream::kWaitMilliseconds); }
 
 private:
     // Once the thread has been asked to end, the descriptor may be another's.
@@ -108,12 +104,6 @@ private:
         eventfd_t count = 0;
         if (wake_up == wake_up_) {
             eventfd_read(wake_up, &count);
-        }
-    }
-
-    void forget_events() {
-        for (pollfd& polled : polled_) {
-            polled.revents = 0;
         }
     }
 

@@ -56,7 +56,6 @@ void ReceivedStream::serve(HandleState& handle, pollfd& polled) {
         default:
             polled.fd = -1;
     }
-    polled.events = POLLIN;
 }
 
 void ReceivedStream::serve_tcp(HandleState& handle, pollfd& polled) {

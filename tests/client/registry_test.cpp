@@ -106,7 +106,7 @@ TEST(Registry, LooksUpHandlesAndReportsHandleZeroAndMalformedAddresses) {
     OutputCapture output;
     log_init();
     uint32_t handle = 0;
-    ASSERT_EQ(vexo_create_handle(&handle, "abc"), 0);
+    ASSERT_EQ(vexo_create_handle(&handle, "10.0.1"), 0);
     EXPECT_EQ(check_Handle(handle), 1U);
     EXPECT_EQ(check_Handle(handle + 10000), 0U);
     EXPECT_EQ(get_vexo_dataspace(handle + 10000), nullptr);

@@ -1,5 +1,6 @@
 // Without this packages could be torn, late or mixed up, or the thread that receives them go
 // astray.
+#include <semaphore.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -81,6 +82,7 @@ TEST(OutputStream, ShowsTheLatestPackage) {
     EXPECT_EQ(s.latest(1), Bytes{0xEE});
     EXPECT_EQ(s.latest(40), package(40, 2));
     EXPECT_EQ(vexo_ouput_data_receive(s.handle, 0, buffer, 0), 0);
+    EXPECT_EQ(buffer[0], 0);
     EXPECT_EQ(vexo_ouput_data_receive(s.handle + 9999, 0, buffer, 1), -1);
     ASSERT_EQ(pthread_mutex_trylock(&base_datarecv_mutex), 0) << "every return unlocks";
     pthread_mutex_unlock(&base_datarecv_mutex);
@@ -129,6 +131,29 @@ TEST(OutputStream, DoesNotServeHandlesRegisteredLater) {
     join_receive_thread();
 }
 
+TEST(OutputStream, IsNotReadFromAFreedHandleWhoseSlotIsStillSeen) {
+    Session first(1);
+    Session second(2);
+    first.connect();
+    ASSERT_EQ(vexo_destroy(first.handle), 0);
+    ASSERT_EQ(check_Handle(first.handle), 1U);
+    uint8_t byte = 0;
+    EXPECT_EQ(vexo_ouput_data_receive(first.handle, 0, &byte, 1), -1);
+}
+
+TEST(OutputStream, LeavesOneTokenForASetPointThatWaits) {
+    StreamSession s;
+    auto* tokens = reinterpret_cast<sem_t*>(s.dataspace() + kReplyTokensOffset);
+    for (int i = 0; i < 3; ++i) {
+        sem_post(tokens);
+    }
+    s.start();
+    int left = 0;
+    sem_getvalue(tokens, &left);
+    EXPECT_EQ(left, 1);
+    join_receive_thread();
+}
+
 TEST(OutputStream, IsNotStartedByARefusal) {
     StreamSession s;
     OutputCapture output;
@@ -156,6 +181,7 @@ TEST(ReceiveThread, CostsNextToNothingWhenNothingStreamsOrThePeerIsGone) {
     closed.receive.expect({}, {}, ScriptedPeer::After::close);
     ASSERT_TRUE(closed.receive.done());
     EXPECT_LT(busy(), kMostOfACore) << "one is paused and one has lost its peer";
+    EXPECT_EQ(output.text(), "") << "an end is no failure";
     join_receive_thread();
 }
 
