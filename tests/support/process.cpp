@@ -24,8 +24,8 @@ std::chrono::microseconds to_microseconds(const timeval& time) {
     return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
 }
 
-// Whether the thread of this record in /proc is past its end: the system has told those who join it,
-// but goes on to list it for a moment.
+// Whether the thread of this record in /proc is past its end: those who join it have been told, but
+// it is listed for a moment more.
 bool is_ending(const std::string& record) {
     constexpr unsigned kExiting = 0x4;
     unsigned flags = 0;
