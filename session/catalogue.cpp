@@ -89,6 +89,7 @@ namespace {
 
 std::vector<std::string_view> names_of(const std::vector<const Entry*>& entries) {
     std::vector<std::string_view> names;
+    names.reserve(entries.size());
     for (const Entry* entry : entries) {
         names.push_back(entry->name);
     }
