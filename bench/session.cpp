@@ -5,11 +5,12 @@
 
 namespace bench {
 
-uint32_t open_session(const Peer& peer, int64_t mode, uint32_t nack) {
+uint32_t open_session(const Peer& peer, int64_t mode, uint32_t nack, const std::string& interface) {
+    const std::string link = interface.empty() ? peer.host_interface() : interface;
     uint32_t handle = 0;
     const std::string address = peer.address();
     require(vexo_create_handle(&handle, address.c_str()) == 0, "no handle");
-    require(vexo_create(handle, address.c_str(), peer.host_interface().c_str(), mode, nullptr) == 0,
+    require(vexo_create(handle, address.c_str(), link.c_str(), mode, nullptr) == 0,
             "cannot connect");
     require(vexo_protocol_version_request(handle, mode, nack) == 0, "cannot negotiate");
     require(mode < 2 || vexo_all_recipe_get(handle) == 0, "no catalogue");

@@ -8,8 +8,9 @@
 namespace bench {
 
 // Handle, connection, negotiation, catalogue and recipes: everything but the start of the output.
-// Modes are those of vexo_create().
-uint32_t open_session(const Peer& peer, int64_t mode, uint32_t nack = 0);
+// Modes are those of vexo_create(). `interface`: of the frames, where it is not the controller's own.
+uint32_t open_session(const Peer& peer, int64_t mode, uint32_t nack = 0,
+                      const std::string& interface = {});
 
 // Runs the receive thread beside the controller, so that the application's processor is free.
 void start_output(uint32_t handle);

@@ -13,6 +13,7 @@ std::vector<Pair> arrival_pairs();
 std::vector<Pair> catalogue_pairs();
 std::vector<Pair> load_pairs();
 std::vector<Pair> session_pairs();
+std::vector<Pair> handle_pairs();
 
 // Times each of `count` calls, in microseconds.
 template <typename Call>
