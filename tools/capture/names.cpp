@@ -33,7 +33,8 @@ bool Layout::add(const Variable* variable) {
     if (width == 0) {
         return false;
     }
-    fields_.push_back({variable->name, variable->type, bytes_});
+    const uint32_t elements = vexo::wire::value_type(variable->type).count;
+    fields_.push_back({variable->name, variable->type, bytes_, width, elements});
     bytes_ += width;
     return true;
 }

@@ -36,6 +36,8 @@ struct Field {
     std::string name;
     uint8_t type = 0;
     size_t offset = 0;  // in the values of a package
+    size_t bytes = 0;
+    uint32_t elements = 0;
 };
 
 // The values of a recipe. Never changed once it is made.

@@ -11,7 +11,6 @@
 #include "tools/vexo/capture_source.h"
 #include "tools/vexo/interrupt.h"
 #include "tools/vexo/live.h"
-#include "wire/value_type.h"
 
 namespace tool {
 namespace {

@@ -7,7 +7,6 @@
 #include "tools/vexo/interrupt.h"
 #include "tools/vexo/robot.h"
 #include "tools/vexo/times.h"
-#include "wire/value_type.h"
 
 namespace tool {
 namespace {
@@ -46,14 +45,13 @@ std::string names_of(const capture::Layout& layout) {
 }  // namespace
 
 VexoSessionVariable variable_of(const capture::Field& field) {
-    const vexo::wire::ValueType type = vexo::wire::value_type(field.type);
     auto variable = sized<VexoSessionVariable>();
     field.name.copy(variable.name, sizeof variable.name - 1);
     variable.kind = VEXO_SESSION_OUTPUT;
     variable.type = field.type;
-    variable.bytes = static_cast<uint32_t>(type.width());
+    variable.bytes = static_cast<uint32_t>(field.bytes);
     variable.element = element_of(field.type);
-    variable.elements = type.count;
+    variable.elements = field.elements;
     variable.offset = static_cast<uint32_t>(sizeof(VexoSessionPackage) + field.offset);
     return variable;
 }
