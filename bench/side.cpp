@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "bench/machine.h"
-#include "bench/percentile_plot.h"
+#include "tools/plot/percentile_plot.h"
 
 namespace bench {
 
@@ -115,9 +115,10 @@ void run(const Pair& pair) {
         add_result(pair.what, pair.unit, figure, rounds);
     }
     if (!pair.picture.empty()) {
-        plot_percentiles(
-            output_path(pair.picture), pair.what, pair.unit,
-            {{"library", all_values(rounds.library)}, {"limit", all_values(rounds.limit)}});
+        require(plot::plot_percentiles(
+                    output_path(pair.picture), pair.what, pair.unit,
+                    {{"library", all_values(rounds.library)}, {"limit", all_values(rounds.limit)}}),
+                "cannot write a picture");
     }
 }
 

@@ -40,7 +40,10 @@ Link::Link(const in_addr& address, uint16_t port)
     peer.sin_port = htons(port);
     peer.sin_addr = address;
     // What comes of it is asked later, by connect_result().
-    static_cast<void>(connect(descriptor_, reinterpret_cast<sockaddr*>(&peer), sizeof peer));
+    if (connect(descriptor_, reinterpret_cast<sockaddr*>(&peer), sizeof peer) != 0 &&
+        errno != EINPROGRESS) {
+        refusal_ = errno;
+    }
 }
 
 Link::~Link() {
@@ -50,6 +53,9 @@ Link::~Link() {
 }
 
 int Link::connect_result() const {
+    if (refusal_ != 0) {
+        return refusal_;
+    }
     int result = 0;
     socklen_t size = sizeof result;
     getsockopt(descriptor_, SOL_SOCKET, SO_ERROR, &result, &size);

@@ -39,6 +39,7 @@ private:
 
     const uint16_t port_;
     int descriptor_;
+    int refusal_ = 0;  // errno of a connect() that failed at once
     Mutex sending_;
     bool broken_ = false;  // guarded by sending_
 };

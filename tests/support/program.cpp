@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 
 #include "tests/support/process.h"
@@ -13,6 +14,8 @@
 namespace test {
 
 Program::Program(std::vector<std::string> arguments) {
+    static std::atomic<int> programs;
+    file_ = "output." + std::to_string(++programs);
     std::vector<char*> pointers;
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
@@ -20,7 +23,7 @@ Program::Program(std::vector<std::string> arguments) {
     pointers.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "output",
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, file_.c_str(),
                                      O_CREAT | O_WRONLY | O_TRUNC, 0600);
     posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     EXPECT_EQ(posix_spawn(&pid_, pointers[0], &actions, nullptr, pointers.data(), environ), 0);
@@ -35,7 +38,7 @@ Program::~Program() {
 }
 
 std::string Program::output() const {
-    return read_file("output");
+    return read_file(file_);
 }
 
 bool Program::ready() const {

@@ -26,6 +26,7 @@ public:
     int status(int signal = 0);
 
 private:
+    std::string file_;
     pid_t pid_ = -1;
 };
 

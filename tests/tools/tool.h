@@ -15,19 +15,19 @@ struct Outcome {
     std::string err;
 };
 
-// Runs a program to its end; the first word is its path. Assignments before that are its
+// Runs a program to its end, beside others of other threads; the first word is its path. Assignments before that are its
 // environment beside our own: {"NO_COLOR=1", VEXO_TOOL, "info"}.
 Outcome run_program(std::vector<std::string> words);
 
 // Runs vexo with these arguments.
 Outcome vexo(std::vector<std::string> arguments);
 
-// A simulated robot on this process's own address.
+// A simulated robot on an address of this process.
 class SimulatedRobot {
 public:
-    // With these options of vexo-sim.
-    explicit SimulatedRobot(std::vector<std::string> options = {});
-    // Runs vexo with it, with ample time: the machine may be busy.
+    // With these options of vexo-sim, on own_loopback(number).
+    explicit SimulatedRobot(std::vector<std::string> options = {}, int number = 1);
+    // Runs vexo with the one on own_loopback(), with ample time: the machine may be busy.
     Outcome vexo(std::vector<std::string> arguments) const;
 
 private:

@@ -175,8 +175,8 @@ TEST(Watch, ShowsPackagesInItsForms) {
 }
 
 TEST(Watch, TellsOfLossesAndCutsByItsStatus) {
-    const SimulatedRobot losing({"-f", "package,lost,skip=9,every=10"});
-    const Outcome run = losing.vexo({"watch", "speed_override", "-n", "20", "--json"});
+    const Outcome run = SimulatedRobot({"-f", "package,lost,skip=9,every=10"})
+                            .vexo({"watch", "speed_override", "-n", "20", "--json"});
     EXPECT_EQ(run.status, 3) << run.err;
     uint64_t lost = 0;
     for (const json& row : lines_of(run.out)) {

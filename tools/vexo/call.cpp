@@ -64,6 +64,17 @@ std::vector<Argument> parse(const Arguments& arguments) {
     return parsed;
 }
 
+// The session does not say whose failure it is, nor that the types may be to blame.
+Failure told_of(const std::string& method, Failure failure) {
+    failure.cause = method + ": " + failure.cause;
+    if (failure.status == Exit::refused) {
+        failure.remedy =
+            "see that number, types (u8:1, f64:0.5) and values of its arguments are right";
+        failure.from_session = false;
+    }
+    return failure;
+}
+
 Bytes call(VexoSession* session, const std::string& method, const std::vector<Argument>& arguments,
            int64_t limit) {
     std::vector<VexoSessionArgument> views;
@@ -72,11 +83,15 @@ Bytes call(VexoSession* session, const std::string& method, const std::vector<Ar
     }
     Bytes reply(kReplyRoom);
     size_t bytes = reply.size();
-    interruptible(session, [&] {
-        return vexo_session_call(session, method.c_str(), views.data(),
-                                 static_cast<uint32_t>(views.size()), VEXO_SESSION_PORT_BY_NAME,
-                                 reply.data(), &bytes, limit);
-    });
+    try {
+        interruptible(session, [&] {
+            return vexo_session_call(session, method.c_str(), views.data(),
+                                     static_cast<uint32_t>(views.size()), VEXO_SESSION_PORT_BY_NAME,
+                                     reply.data(), &bytes, limit);
+        });
+    } catch (Failure& failure) {
+        throw told_of(method, failure);
+    }
     reply.resize(std::min(bytes, reply.size()));
     return reply;
 }

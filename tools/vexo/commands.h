@@ -22,9 +22,11 @@ void add_completion(Command& app, Context& context);
 void add_doctor(Command& app, Context& context);
 void add_find(Command& app, Context& context);
 void add_info(Command& app, Context& context);
+void add_latency(Command& app, Context& context);
 void add_list(Command& app, Context& context);
 void add_read(Command& app, Context& context);
 void add_record(Command& app, Context& context);
+void add_servo_test(Command& app, Context& context);
 void add_watch(Command& app, Context& context);
 void add_write(Command& app, Context& context);
 

@@ -27,6 +27,8 @@ struct Failure : std::exception {
     std::string cause;
     std::string remedy;
     int controller_status = 0;  // of a request that the controller refused
+    int system = 0;             // errno, if the system refused
+    bool from_session = false;  // its words are those of the session library
 };
 
 }  // namespace tool

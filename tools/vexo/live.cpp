@@ -28,14 +28,21 @@ std::string seconds_text(int64_t span_ns) {
     return text;
 }
 
-// What the session met last says more than that nothing came.
+// Why no package came. A cause that the session met says more than its silence.
 Failure silence_of(VexoSession* session, std::chrono::microseconds patience) {
     const VexoSessionStatus status = status_of(session);
-    if (status.state != VEXO_SESSION_STATE_STREAMING && status.error.code != VEXO_SESSION_OK) {
+    auto counts = sized<VexoSessionStatistics>();
+    checked(vexo_session_statistics(session, &counts));
+    if (status.error.code != VEXO_SESSION_OK && status.error.code != VEXO_SESSION_SILENT) {
         return failure_of(status.error);
     }
+    if (counts.packages == 0 && counts.foreign > 0) {
+        return Failure(Exit::unreachable, "silent",
+                       "packages come, and none of them is of the recipe asked for",
+                       "see that no other program has set up recipes with this controller");
+    }
     return Failure(Exit::unreachable, "silent",
-                   "The controller is connected, and streams nothing: no package for " +
+                   "the controller is connected, and has streamed nothing for " +
                        seconds_text(patience.count() * 1000),
                    "see whether it is paused or busy, or give it longer with --timeout");
 }
@@ -83,12 +90,18 @@ void Reporter::tell_news() {
     }
 }
 
-LiveSource::LiveSource(Context& context, Session session, const std::vector<std::string>& names)
+LiveSource::LiveSource(Context& context, Session session, const std::vector<std::string>& names,
+                       Purpose purpose)
     : session_(std::move(session)),
       reporter_(session_.get(), context.output),
       patience_(limit_us(context)) {
-    VexoSessionStream* stream =
-        open_stream(session_.get(), names, sized<VexoSessionStreamOptions>(), limit_us(context));
+    auto wanted = sized<VexoSessionStreamOptions>();
+    std::vector<std::string> all = names;
+    if (purpose == Purpose::measure && has_output(session_.get(), kTimeName)) {
+        wanted.time_variable = kTimeName;
+        all.emplace_back(kTimeName);
+    }
+    VexoSessionStream* stream = open_stream(session_.get(), all, wanted, limit_us(context));
     auto layout = sized<VexoSessionLayout>();
     checked(vexo_session_stream_layout(stream, &layout));
     record_size_ = layout.record_size;
@@ -99,6 +112,7 @@ LiveSource::LiveSource(Context& context, Session session, const std::vector<std:
     }
     auto options = sized<VexoSessionCursorOptions>();
     options.from_oldest = 1;
+    options.cyclic = purpose == Purpose::measure ? 1 : 0;
     checked(vexo_session_cursor_open(stream, &options, &cursor_));
     checked(vexo_session_cursor_descriptor(cursor_, &descriptor_));
 }
@@ -108,7 +122,7 @@ void LiveSource::fill() {
     taken_ = 0;
     count_ = 0;
     checked(vexo_session_cursor_read(cursor_, records_.data(), kBatch, &count_, &overwritten));
-    lost_ += overwritten;
+    late_ += overwritten;
     if (count_ > 0) {
         heard_ = steady_clock::now();
     }
@@ -137,8 +151,8 @@ std::optional<Row> LiveSource::next(TimePoint end) {
             const auto* record = reinterpret_cast<const uint8_t*>(records_.data());
             const auto* package =
                 reinterpret_cast<const VexoSessionPackage*>(record + taken_++ * record_size_);
-            const uint64_t lost = package->lost + std::exchange(lost_, 0);
-            return Row{package, monotonic_ns() - package->arrival_ns, lost};
+            const uint64_t late = std::exchange(late_, 0);
+            return Row{package, monotonic_ns() - package->arrival_ns, package->lost + late, late};
         }
         const TimePoint now = steady_clock::now();
         if (now >= end) {

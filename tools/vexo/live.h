@@ -32,8 +32,12 @@ private:
 
 class LiveSource : public Source {
 public:
-    // Streams these variables, over a session that is open.
-    LiveSource(Context& context, Session session, const std::vector<std::string>& names);
+    enum class Purpose { look, measure };
+
+    // Streams these variables, over a session that is open. To measure it means to have each
+    // package at once, and has the controller's time come along where there is one.
+    LiveSource(Context& context, Session session, const std::vector<std::string>& names,
+               Purpose purpose = Purpose::look);
 
     VexoSession* session() const { return session_.get(); }
     const std::vector<VexoSessionVariable>& fields() const override { return fields_; }
@@ -53,7 +57,7 @@ private:
     std::vector<uint64_t> records_;  // whose size is a multiple of 8
     uint32_t taken_ = 0;
     uint32_t count_ = 0;
-    uint64_t lost_ = 0;
+    uint64_t late_ = 0;
     TimePoint heard_ = std::chrono::steady_clock::now();
 };
 

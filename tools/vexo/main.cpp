@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/vexo/commands.h"
+#include "tools/vexo/explain.h"
 #include "tools/vexo/interrupt.h"
 
 namespace {
@@ -35,7 +36,7 @@ int run(tool::Context& context) {
         context.output.finish();
         return static_cast<int>(status);
     } catch (const Failure& failure) {
-        return report(context, failure);
+        return report(context, tool::explained(failure, context.options));
     } catch (const std::exception& error) {
         return report(context, Failure(Exit::failed, "failed", error.what(), ""));
     }

@@ -115,14 +115,18 @@ void Output::clear_progress() {
     }
 }
 
-void Output::failure(const Failure& failure) {
+void Output::complaint(std::string_view cause, std::string_view remedy) {
     clear_progress();
-    const bool color = colored(options_, STDERR_FILENO);
     std::cout.flush();
-    std::cerr << paint_if(color, Paint::bad, "vexo: ") << failure.cause << '\n';
-    if (!failure.remedy.empty()) {
-        std::cerr << paint_if(color, Paint::faint, "remedy: ") << failure.remedy << '\n';
+    const bool color = colored(options_, STDERR_FILENO);
+    std::cerr << paint_if(color, Paint::bad, "vexo: ") << cause << '\n';
+    if (!remedy.empty()) {
+        std::cerr << paint_if(color, Paint::faint, "remedy: ") << remedy << '\n';
     }
+}
+
+void Output::failure(const Failure& failure) {
+    complaint(failure.cause, failure.remedy);
     if (json()) {
         Json error = Json::object();
         if (failure.controller_status != 0) {

@@ -41,6 +41,9 @@ public:
     // Replaces the progress line. Shown on terminals only, ten times a second at most.
     void progress(std::string_view text);
 
+    // What went wrong although the work was done: cause and remedy, a line each, on standard error.
+    void complaint(std::string_view cause, std::string_view remedy);
+
     // The cause and the remedy on standard error, and with --json the document of an error.
     void failure(const Failure& failure);
     // Writes out what is buffered.

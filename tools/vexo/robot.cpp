@@ -137,6 +137,9 @@ std::string code_of(int32_t result) {
 Failure failure_of(const VexoSessionError& error) {
     Failure failure(exit_of(error.code), code_of(error.code), error.cause, error.remedy);
     failure.controller_status = error.status;
+    failure.system = error.system;
+    // The names that are nearest to an unknown one are in its remedy.
+    failure.from_session = error.code != VEXO_SESSION_UNKNOWN_NAME;
     return failure;
 }
 
@@ -200,6 +203,11 @@ std::vector<VexoSessionVariable> entries_of(VexoSession* session, uint32_t kind)
 void require_names(VexoSession* session, uint32_t kinds, const std::vector<std::string>& names) {
     constexpr uint32_t kAny = VEXO_SESSION_OUTPUT | VEXO_SESSION_INPUT | VEXO_SESSION_METHOD;
     auto entry = sized<VexoSessionVariable>();
+    if (const VexoSessionStatus status = status_of(session);
+        status.outputs + status.inputs + status.methods == 0) {
+        throw Failure(Exit::failed, "unknown_name", "the controller's catalogue is empty",
+                      "restart the controller, or see whether its configuration is loaded");
+    }
     for (const std::string& name : names) {
         if (vexo_session_find(session, kinds, name.c_str(), &entry) == VEXO_SESSION_UNKNOWN_NAME &&
             vexo_session_find(session, kAny, name.c_str(), &entry) == VEXO_SESSION_OK) {

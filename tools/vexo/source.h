@@ -21,6 +21,7 @@ struct Row {
     const VexoSessionPackage* package;
     int64_t age_ns;  // since its arrival, when it was taken
     uint64_t lost;   // directly before it, on the way or because it was taken too late
+    uint64_t late;   // of these: taken too late
 };
 
 class Source {

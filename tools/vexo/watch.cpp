@@ -127,6 +127,7 @@ private:
 struct Tally {
     uint64_t packages = 0;
     uint64_t lost = 0;
+    uint64_t late = 0;  // of these: not taken in time
     uint64_t cuts = 0;
     uint32_t connection = 0;
 
@@ -134,6 +135,7 @@ struct Tally {
         cuts += packages > 0 && row.package->connection != connection ? 1 : 0;
         connection = row.package->connection;
         lost += row.lost;
+        late += row.late;
         ++packages;
     }
 
@@ -142,6 +144,24 @@ struct Tally {
                counted(cuts, "cut");
     }
 };
+
+Exit judge(const Tally& tally, Output& output) {
+    output.note(tally.text());
+    if (tally.late > 0) {
+        output.complaint(counted(tally.late, "package") + " not taken in time: the output is slow",
+                         "ask for fewer with -r, or send the output to a faster place");
+    }
+    if (tally.lost > tally.late) {
+        output.complaint(counted(tally.lost - tally.late, "package") + " lost on the way",
+                         "`vexo doctor` tells what this host drops; else see cable and controller");
+    }
+    if (tally.cuts > 0) {
+        output.complaint(
+            "the connection was cut " + counted(tally.cuts, "time"),
+            "see that nobody else connects to the controller, and that it keeps running");
+    }
+    return tally.lost + tally.cuts == 0 ? Exit::done : Exit::incomplete;
+}
 
 TimePoint end_of(const Arguments& arguments) {
     const auto now = std::chrono::steady_clock::now();
@@ -175,8 +195,7 @@ Exit run(const Arguments& arguments, Context& context) {
         }
         context.output.progress(tally.text());
     }
-    context.output.note(tally.text());
-    return tally.lost + tally.cuts == 0 ? Exit::done : Exit::incomplete;
+    return judge(tally, context.output);
 }
 
 }  // namespace

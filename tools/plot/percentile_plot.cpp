@@ -1,4 +1,4 @@
-#include "bench/percentile_plot.h"
+#include "tools/plot/percentile_plot.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-namespace bench {
+namespace plot {
 
 namespace {
 
@@ -16,7 +16,7 @@ constexpr double kLeft = 70;
 constexpr double kBottom = 50;
 constexpr double kTop = 40;
 constexpr double kRight = 20;
-constexpr const char* kColours[] = {"#d62728", "#1f77b4"};
+constexpr const char* kColours[] = {"#d62728", "#1f77b4", "#2ca02c", "#9467bd"};
 
 // Where values and percentiles lie in the picture.
 struct Axes {
@@ -32,15 +32,16 @@ struct Axes {
 };
 
 Axes axes_for(const std::vector<Curve>& curves) {
-    double low = INFINITY;
-    double high = 0;
-    size_t most = 0;
+    double low = curves.empty() ? 1 : INFINITY;
+    double high = 1e-3;
+    size_t most = 1;
     for (const Curve& curve : curves) {
         low = std::min(low, std::max(curve.values.front(), 1e-3));
         high = std::max(high, curve.values.back());
         most = std::max(most, curve.values.size());
     }
-    return {std::pow(10, std::floor(std::log10(low))), std::pow(10, std::ceil(std::log10(high))),
+    const double lowest = std::pow(10, std::floor(std::log10(low)));
+    return {lowest, std::max(std::pow(10, std::ceil(std::log10(high))), 10 * lowest),
             std::max(1.0, std::log10(static_cast<double>(most)))};
 }
 
@@ -93,12 +94,12 @@ void draw_curve(std::ostream& out, const Axes& axes, const Curve& curve, const c
 
 }  // namespace
 
-void plot_percentiles(const std::string& file, const std::string& title, const std::string& unit,
+bool plot_percentiles(const std::string& file, const std::string& title, const std::string& unit,
                       std::vector<Curve> curves) {
+    curves.erase(std::remove_if(curves.begin(), curves.end(),
+                                [](const Curve& curve) { return curve.values.empty(); }),
+                 curves.end());
     for (Curve& curve : curves) {
-        if (curve.values.empty()) {
-            return;
-        }
         std::sort(curve.values.begin(), curve.values.end());
     }
     const Axes axes = axes_for(curves);
@@ -117,6 +118,7 @@ void plot_percentiles(const std::string& file, const std::string& title, const s
         out << "</g>\n";
     }
     out << "</svg>\n";
+    return static_cast<bool>(out.flush());
 }
 
-}  // namespace bench
+}  // namespace plot
