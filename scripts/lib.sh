@@ -3,7 +3,7 @@
 
 library_packages=(build-essential cmake ninja-build uthash-dev)
 simulator_packages=(nlohmann-json3-dev libcli11-dev)
-tool_packages=("${simulator_packages[@]}" libpcap-dev)
+tool_packages=("${simulator_packages[@]}" scdoc libpcap-dev)
 test_packages=("${library_packages[@]}" "${tool_packages[@]}" libgtest-dev libgmock-dev iproute2
     nftables util-linux)
 

@@ -85,3 +85,8 @@ TEST(Completion, OffersCommandsOptionsAndTheirValues) {
     EXPECT_EQ(shell(complete + "offered vexo completion --col"), "--color\n");
     EXPECT_EQ(shell(complete + "offered vexo --host ''"), "\n");
 }
+
+TEST(ManPages, HaveEveryCommandAndOption) {
+    EXPECT_EQ(shell(VEXO_TEST_SOURCES "/man_pages " VEXO_TOOL " " VEXO_SIM " " VEXO_MAN_SOURCES),
+              "");
+}

@@ -15,8 +15,8 @@ struct Outcome {
     std::string err;
 };
 
-// Runs a program to its end, beside others of other threads; the first word is its path. Assignments before that are its
-// environment beside our own: {"NO_COLOR=1", VEXO_TOOL, "info"}.
+// Runs a program to its end, beside others of other threads; the first word is its path.
+// Assignments before that are its environment beside our own: {"NO_COLOR=1", VEXO_TOOL, "info"}.
 Outcome run_program(std::vector<std::string> words);
 
 // Runs vexo with these arguments.

@@ -13,8 +13,8 @@ struct Curve {
 };
 
 // Writes an SVG file with the percentiles of each curve: 0, 90, 99, 99.9, ... at equal distances to
-// the right, and the values, on a log scale too, upwards. Curves without values are left out. Returns
-// whether the file could be written.
+// the right, and the values, on a log scale too, upwards. Curves without values are left out.
+// Returns whether the file could be written.
 bool plot_percentiles(const std::string& file, const std::string& title, const std::string& unit,
                       std::vector<Curve> curves);
 

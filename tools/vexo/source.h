@@ -19,9 +19,9 @@ using TimePoint = std::chrono::steady_clock::time_point;
 // stands until the next one is taken.
 struct Row {
     const VexoSessionPackage* package;
-    int64_t age_ns;  // since its arrival, when it was taken
-    uint64_t lost;   // directly before it, on the way or because it was taken too late
-    uint64_t late;   // of these: taken too late
+    int64_t age_ns;     // since its arrival, when it was taken
+    uint64_t lost;      // directly before it, on the way or because it was taken too late
+    uint64_t late = 0;  // of these: taken too late
 };
 
 class Source {
