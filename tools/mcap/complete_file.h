@@ -1,5 +1,6 @@
 // A file of data with a summary at its end, which is complete at all times: whenever the process is
-// killed, the disk is full or a write fails, the summary is there and names only data that is there.
+// killed, the disk is full or a write fails, the summary is there and names only data that is
+// there.
 //
 //   data, data, ...                                         grows
 //   filler                                                  a hole: takes no room on the disk
@@ -7,10 +8,10 @@
 //   footer, magic                                           the footer names one of the summaries
 //
 // New data goes into the hole, and a summary that knows of it into the slot that is not in use.
-// Nobody sees either until the footer names that slot, and the footer lies within one page, which the
-// kernel writes whole or not at all when a process is killed. Where the hole is used up, a footer
-// further behind takes over in the same way. close() puts the summary right behind the data and cuts
-// off the rest.
+// Nobody sees either until the footer names that slot, and the footer lies within one page, which
+// the kernel writes whole or not at all when a process is killed. Where the hole is used up, a
+// footer further behind takes over in the same way. close() puts the summary right behind the data
+// and cuts off the rest.
 #ifndef TOOLS_MCAP_COMPLETE_FILE_H
 #define TOOLS_MCAP_COMPLETE_FILE_H
 
@@ -38,8 +39,8 @@ public:
     // All of these return 0 or an errno; after a failure the file is as complete as before, and the
     // call may be repeated. EEXIST when there is a file of that name.
     int create(const std::string& path, View begin, const Summary& summary);
-    // Makes room for data of so many bytes, and a summary that grows by no more than `summary_more`.
-    // The summary is that of the data until now.
+    // Makes room for data of so many bytes, and a summary that grows by no more than
+    // `summary_more`. The summary is that of the data until now.
     int make_room(size_t data, size_t summary_more, const Summary& summary);
     // Adds data, for which there is room, and then the summary that knows of it.
     int add(View data);

@@ -1,5 +1,5 @@
-// Reads MCAP files from beginning to end: whole ones, those of a writer that was killed, and what is
-// left of those that were cut. Chunks that are compressed are passed over, with a count.
+// Reads MCAP files from beginning to end: whole ones, those of a writer that was killed, and what
+// is left of those that were cut. Chunks that are compressed are passed over, with a count.
 #ifndef TOOLS_MCAP_READER_H
 #define TOOLS_MCAP_READER_H
 

@@ -47,7 +47,8 @@ public:
     std::string to_text() const;
     static Recipe from_text(const std::string& text);
 
-    // A package's values as CDR, in place of what `cdr` held. A boolean is 0 or 1 there, and a text ends at its zero.
+    // A package's values as CDR, in place of what `cdr` held. A boolean is 0 or 1 there, and a text
+    // ends at its zero.
     void encode(const uint8_t* values, Bytes& cdr) const;
     // The way back. False when it does not fit the recipe.
     bool decode(View cdr, uint8_t* values) const;
