@@ -21,13 +21,18 @@ double seconds(Span span) {
 
 }  // namespace
 
-Controller::Service::Service(const Identity& as, Arm& arm, Records& records)
+Controller::Service::Service(const Identity& as, Arm& arm, Records& records, const Replay* replay)
     : catalogue(as.catalogue),
       variables(*catalogue),
-      exchange(*catalogue, as.versions, arm, variables, records) {}
+      exchange(*catalogue, as.versions, arm, variables, records) {
+    if (replay != nullptr) {
+        replayed = variables.hold(replay->variables());
+    }
+}
 
 Controller::Controller(const Options& options)
-    : rated_{1 / options.rate},
+    : replay_(options.replay),
+      rated_{1 / options.rate},
       timing_(rated_),
       caught_up_(Clock::now()),
       records_(options.history),
@@ -37,7 +42,7 @@ Controller::Controller(const Options& options)
 }
 
 void Controller::begin_service() {
-    service_ = std::make_unique<Service>(identity_, arm_, records_);
+    service_ = std::make_unique<Service>(identity_, arm_, records_, replay_.get());
     if (own_mac_) {
         service_->exchange.offer_raw_path(*own_mac_);
     }
@@ -89,6 +94,9 @@ std::optional<MacAddress> Controller::raw_client() const {
 
 Clock::duration Controller::period() const {
     const std::lock_guard lock(mutex_);
+    if (replay_) {
+        return replay_->interval();
+    }
     const std::chrono::duration<double> period(timing_.period / timing_.speed);
     return std::chrono::duration_cast<Clock::duration>(period);
 }
@@ -141,6 +149,9 @@ void Controller::next_package(Outgoing& out) {
     const std::lock_guard lock(mutex_);
     const Port port = session().raw_client ? Port::raw : Port::stream;
     out.fault = faults_.meet({Target::package, port, 'U', {}, {}}, Clock::now());
+    if (replay_) {
+        replay_package();
+    }
     if (!out.fault || !out.fault->frozen) {
         arm_.advance(timing_.period);
         arm_.package += 1 + (out.fault ? out.fault->missed : 0);
@@ -151,6 +162,21 @@ void Controller::next_package(Outgoing& out) {
     Writer values(out.message);
     write_values(recipe, arm_, values);
     dispatch(Target::package, session().streamed, out);
+}
+
+// Each start begins with the first one.
+void Controller::replay_package() {
+    if (arm_.package == 0) {
+        replay_->rewind();
+    }
+    Reader values(replay_->next());
+    size_t number = 0;
+    for (Slot* slot : service_->replayed) {
+        const BytesView value = values.bytes(width(replay_->variables()[number++].type));
+        if (slot != nullptr) {
+            slot->held.assign(value.begin(), value.end());
+        }
+    }
 }
 
 // The last that happens to a message here: what it says is spoilt, and what else comes of it.

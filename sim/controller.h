@@ -12,6 +12,7 @@
 #include "sim/clock.h"
 #include "sim/exchange.h"
 #include "sim/fault_book.h"
+#include "sim/replay.h"
 
 namespace sim {
 
@@ -82,11 +83,12 @@ private:
     };
     // What stands on an identity.
     struct Service {
-        Service(const Identity& as, Arm& arm, Records& records);
+        Service(const Identity& as, Arm& arm, Records& records, const Replay* replay);
 
         std::shared_ptr<const Catalogue> catalogue;
         Variables variables;
         Exchange exchange;
+        std::vector<Slot*> replayed;  // in the order of the replay's variables
     };
     struct Timing {
         double period;      // s from package to package, by the controller's clock
@@ -96,6 +98,7 @@ private:
     };
 
     void catch_up();
+    void replay_package();
     void begin_session();
     void begin_service();
     void restart();
@@ -106,6 +109,7 @@ private:
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
+    const std::shared_ptr<Replay> replay_;
     const Timing rated_;
     Timing timing_;
     Clock::time_point caught_up_;

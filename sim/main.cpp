@@ -11,6 +11,7 @@
 
 #include "sim/console.h"
 #include "sim/descriptor.h"
+#include "sim/recording.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ struct Arguments {
     double rate = 1000;
     std::string interface;
     std::string catalogue;
+    std::string replay;
     std::vector<std::string> faults;
     uint64_t digital_inputs = 0;
     uint32_t error = 0;
@@ -46,6 +48,11 @@ void describe(CLI::App& app, Arguments& arguments) {
     app.add_option("-c,--catalogue", arguments.catalogue,
                    "JSON file with the catalogue to publish (default: the built-in arm)")
         ->check(CLI::ExistingFile);
+    app.add_option(
+           "--replay", arguments.replay,
+           "recording of vexo record: send its packages with their timing, again and again; "
+           "its catalogue is published unless -c names another")
+        ->check(CLI::ExistingFile);
     app.add_option("-f,--fault", arguments.faults,
                    "fault to inject into every controller, e.g. type=O,status=5 or "
                    "package,lost,every=100 or reboot=500,at=2000; repeat for more")
@@ -67,11 +74,13 @@ void describe(CLI::App& app, Arguments& arguments) {
         "program with status 0.");
 }
 
-sim::Catalogue load_catalogue(const std::string& path) {
-    if (path.empty()) {
-        return sim::Catalogue::built_in();
+sim::Catalogue load_catalogue(const Arguments& arguments) {
+    if (arguments.catalogue.empty()) {
+        const std::string recorded =
+            arguments.replay.empty() ? "" : sim::Recording(arguments.replay).catalogue();
+        return recorded.empty() ? sim::Catalogue::built_in() : sim::Catalogue::from_json(recorded);
     }
-    std::ifstream file(path);
+    std::ifstream file(arguments.catalogue);
     std::ostringstream text;
     text << file.rdbuf();
     return sim::Catalogue::from_json(text.str());
@@ -108,6 +117,9 @@ std::vector<Running> start(const Arguments& arguments, const sim::Catalogue& cat
         options.rate = arguments.rate;
         options.catalogue = catalogue;
         options.interface = arguments.interface;
+        if (!arguments.replay.empty()) {
+            options.replay = std::make_shared<sim::Recording>(arguments.replay);
+        }
         if (!running.empty()) {
             options.mac = station(running.size());
         }
@@ -180,7 +192,7 @@ int main(int argc, char** argv) {
     describe(app, arguments);
     CLI11_PARSE(app, argc, argv);
     try {
-        const sim::Catalogue catalogue = load_catalogue(arguments.catalogue);
+        const sim::Catalogue catalogue = load_catalogue(arguments);
         if (arguments.print_catalogue) {
             std::cout << catalogue.to_json();
         } else if (arguments.print_faults) {

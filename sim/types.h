@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,6 +44,8 @@ enum class Status : uint8_t {
     wrong_port = 10,      // a method of the other port
 };
 
+class Replay;
+
 struct Versions {
     uint16_t model = 6;
     std::string firmware = "3.2.17";
@@ -57,6 +60,7 @@ struct Options {
     std::string interface;            // network interface for the raw path; empty: none
     std::optional<MacAddress> mac;    // instead of the interface's, for several controllers on it
     Versions versions;                // each text at most 255 characters
+    std::shared_ptr<Replay> replay;   // sent instead of what the arm shows; null: the arm
     std::vector<Port> refused_ports;  // ports on which nobody ever listens
     size_t history = 100000;          // latest requests, set-points and inputs that are kept
 };

@@ -64,6 +64,19 @@ std::optional<Recipe> Variables::make_recipe(Reader& ids, Choice choice) {
     return recipe;
 }
 
+std::vector<Slot*> Variables::hold(const std::vector<Variable>& outputs) {
+    std::vector<Slot*> held;
+    for (const Variable& output : outputs) {
+        const auto slot = std::ranges::find_if(outputs_, named(output.name));
+        const bool there = slot != outputs_.end() && slot->variable->type == output.type;
+        held.push_back(there ? &*slot : nullptr);
+        if (there) {
+            slot->signal = nullptr;
+        }
+    }
+    return held;
+}
+
 bool Variables::set_output(const std::string& name, const Bytes& value) {
     const auto slot = std::ranges::find_if(outputs_, named(name));
     if (slot == outputs_.end()) {

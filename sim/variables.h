@@ -35,6 +35,8 @@ public:
     // A recipe of these ids; nothing when one of them is unknown.
     std::optional<Recipe> make_recipe(Reader& ids, Choice choice);
 
+    // The outputs of these names and types, to be held from now on; null where there is none.
+    std::vector<Slot*> hold(const std::vector<Variable>& outputs);
     // Fixes an output to a value; false when there is no such name.
     bool set_output(const std::string& name, const Bytes& value);
     // The value an input holds; empty when there is no such name.

@@ -3,7 +3,7 @@
 # Arguments: SOURCE, the root of the project; PUBLIC, its public headers.
 cmake_policy(VERSION 3.25)
 set(rules base: wire:base log:base os:base net:base,wire,log client:base,wire,log,net
-    session:base,wire sim: tools:public tools/capture:wire examples:public)
+    session:base,wire sim:tools/mcap tools:public tools/capture:wire examples:public)
 foreach(rule IN LISTS rules)
   string(REGEX REPLACE ":.*" "" folder ${rule})
   string(REGEX REPLACE ".*:" "" allowed ${rule})

@@ -19,6 +19,7 @@ struct Context {
 
 void add_call(Command& app, Context& context);
 void add_completion(Command& app, Context& context);
+void add_convert(Command& app, Context& context);
 void add_doctor(Command& app, Context& context);
 void add_find(Command& app, Context& context);
 void add_info(Command& app, Context& context);
