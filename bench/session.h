@@ -8,7 +8,7 @@
 namespace bench {
 
 // Handle, connection, negotiation, catalogue and recipes: everything but the start of the output.
-// Modes are those of vexo_create(). `interface`: of the frames, where it is not the controller's own.
+// Modes are those of vexo_create(). `interface`: of the frames, where it is not the controller's.
 uint32_t open_session(const Peer& peer, int64_t mode, uint32_t nack = 0,
                       const std::string& interface = {});
 

@@ -69,7 +69,8 @@ const char* const kGood[] = {
     R"({"kernel": {"rt_runtime_us": -1, "transparent_hugepage": "never"}})",
     R"({"memory": {"swaps": ["/dev/sda2"], "swappiness": 10}})",
     // Held off by somebody who holds the file open, or not used in the run.
-    R"({"cpu": {"dma_latency_us": 0, "idle_states": [{"name": "C6", "latency_us": 133, "disabled": false}]},
+    R"({"cpu": {"dma_latency_us": 0,
+                "idle_states": [{"name": "C6", "latency_us": 133, "disabled": false}]},
         "run": {"growth": {"idle.C6": 700}}})",
     R"({"cpu": {"idle_states": [{"name": "C6", "latency_us": 133, "disabled": false}]}})",
     R"({"cpu": {"smt": true, "siblings": [1, 3]}, "run": {"growth": {"sibling_busy_ms": 30}}})",
@@ -89,7 +90,8 @@ const char* const kGood[] = {
     R"({"purpose": {"interface": "lo"}, "interface": {"loopback": true, "mtu": 65536, "speed": -1},
         "network": {"route": {"interface": "lo"}}})",
     R"({"load": {"irqbalance": false}})",
-    R"({"load": {"realtime_threads": [{"name": "audio", "process": 5, "priority": 79, "processors": [3]}]}})",
+    R"({"load": {"realtime_threads": [{"name": "audio", "process": 5, "priority": 79,
+                                       "processors": [3]}]}})",
 };
 
 TEST(Doctor, FindsNothingWrongWithGoodHosts) {

@@ -1,5 +1,5 @@
-// The commands of the tool: each tells the command line of itself, and leaves in the context what is
-// to run when it was the one named.
+// The commands of the tool: each tells the command line of itself, and leaves in the context what
+// is to run when it was the one named.
 #ifndef TOOLS_VEXO_COMMANDS_H
 #define TOOLS_VEXO_COMMANDS_H
 
