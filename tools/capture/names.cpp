@@ -28,14 +28,17 @@ const Variable* Catalogue::find(const std::string& name) const {
     return find_by(*this, &Variable::name, name);
 }
 
+Field make_field(const std::string& name, uint8_t type, size_t offset) {
+    const vexo::wire::ValueType known = vexo::wire::value_type(type);
+    return {name, type, offset, known.width(), known.count};
+}
+
 bool Layout::add(const Variable* variable) {
-    const size_t width = variable != nullptr ? vexo::wire::type_width(variable->type) : 0;
-    if (width == 0) {
+    if (variable == nullptr || vexo::wire::type_width(variable->type) == 0) {
         return false;
     }
-    const uint32_t elements = vexo::wire::value_type(variable->type).count;
-    fields_.push_back({variable->name, variable->type, bytes_, width, elements});
-    bytes_ += width;
+    fields_.push_back(make_field(variable->name, variable->type, bytes_));
+    bytes_ += fields_.back().bytes;
     return true;
 }
 

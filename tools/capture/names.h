@@ -40,6 +40,9 @@ struct Field {
     uint32_t elements = 0;
 };
 
+// With the sizes of its type; none for one that is not known.
+Field make_field(const std::string& name, uint8_t type, size_t offset);
+
 // The values of a recipe. Never changed once it is made.
 class Layout {
 public:

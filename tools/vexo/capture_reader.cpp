@@ -68,7 +68,7 @@ void mention(std::string& text, uint64_t count, const char* what) {
 }
 
 VexoSessionVariable row_of(uint32_t kind, const std::string& name, uint32_t id, uint8_t type) {
-    VexoSessionVariable row = variable_of({name, type, 0});
+    VexoSessionVariable row = variable_of(capture::make_field(name, type, 0));
     row.kind = kind;
     row.id = id;
     if (kind == VEXO_SESSION_METHOD) {

@@ -116,7 +116,7 @@ void CaptureSource::learn(const std::shared_ptr<const capture::Layout>& layout) 
                           "it has " + names_of(*layout));
         }
         places_.push_back(field);
-        fields_.push_back(variable_of({field->name, field->type, offset}));
+        fields_.push_back(variable_of(capture::make_field(field->name, field->type, offset)));
         fields_.back().index = static_cast<uint32_t>(fields_.size() - 1);
         offset += fields_.back().bytes;
         if (!before.empty() && before[fields_.size() - 1].type != fields_.back().type) {
