@@ -58,8 +58,9 @@ Outcome vexo(std::vector<std::string> arguments) {
 
 SimulatedRobot::SimulatedRobot(std::vector<std::string> options, int number)
     : program_(simulator_words(std::move(options), number)) {
-    EXPECT_TRUE(
-        wait_until([&] { return program_.output().find("ready on") != std::string::npos; }));
+    EXPECT_TRUE(wait_until([&] { return program_.output().find("ready on") != std::string::npos; },
+                           std::chrono::seconds(60)))
+        << program_.output();
 }
 
 Outcome SimulatedRobot::vexo(std::vector<std::string> arguments) const {
