@@ -40,7 +40,8 @@ private:
 };
 
 int32_t Cursor::wait(Nanoseconds deadline) {
-    if (stream_->ring.wait(next_.load(std::memory_order_relaxed), deadline, closed)) {
+    const auto ended = [&] { return closed.load() || stream_->failed.load(); };
+    if (stream_->ring.wait(next_.load(std::memory_order_relaxed), deadline, ended)) {
         return VEXO_SESSION_OK;
     }
     if (closed.load()) {

@@ -87,11 +87,6 @@ bool Ring::read_newest(uint8_t* into) const {
     }
 }
 
-bool Ring::wait(uint64_t number, Nanoseconds deadline, const std::atomic<bool>& closed) const {
-    published_.wait_until(deadline, [&] { return newest() >= number || closed.load(); });
-    return newest() >= number;
-}
-
 void Ring::arm(Ref<Alarm> alarm, uint64_t number) {
     armed_.add(alarm);
     if (newest() >= number) {

@@ -41,11 +41,16 @@ public:
     size_t read(uint64_t& next, uint8_t* into, size_t count, uint64_t& lost) const;
     bool read_newest(uint8_t* into) const;
 
-    // Waits for record `number`. False: not in time, or the ring was closed.
-    bool wait(uint64_t number, Nanoseconds deadline, const std::atomic<bool>& closed) const;
+    // Waits for record `number`. False: not in time, or `ended` holds, which is looked at when the
+    // readers are woken.
+    template <typename Ended>
+    bool wait(uint64_t number, Nanoseconds deadline, Ended ended) const {
+        published_.wait_until(deadline, [&] { return newest() >= number || ended(); });
+        return newest() >= number;
+    }
     // Sets the alarm off once record `number` is there, at once if it is.
     void arm(Ref<Alarm> alarm, uint64_t number);
-    // Wakes all readers, that they may look whether it is closed.
+    // Wakes all readers, that they may look whether it has ended.
     void wake();
 
 private:

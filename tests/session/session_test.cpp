@@ -296,10 +296,12 @@ TEST_F(Session, TellsOfVariablesThatAreGone) {
     EXPECT_EQ(event(VEXO_SESSION_EVENT_CATALOGUE).count, 3U);
     int32_t result = VEXO_SESSION_OK;
     Records records(lasting);
+    const auto start = std::chrono::steady_clock::now();
     while ((result = vexo_session_cursor_wait(cursor, kSoon)) == VEXO_SESSION_OK) {
         records.read(cursor, 256);
     }
     EXPECT_EQ(result, VEXO_SESSION_CATALOGUE_CHANGED);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::microseconds(kSoon / 2));
     EXPECT_OK(vexo_session_stream_close(lasting, kSoon));
     EXPECT_NE(stream({"package_counter"}), nullptr);
 }
