@@ -12,7 +12,25 @@ Events::Event& Events::add(uint32_t kind) {
     return event;
 }
 
+// Whether the two latest events went to and fro between these two states.
+bool Events::tells_of(uint32_t from, uint32_t to) const {
+    if (newest_ < 2) {
+        return false;
+    }
+    const Event& latest = kept_[newest_ % kKept];
+    const Event& before = kept_[(newest_ - 1) % kKept];
+    const auto is = [](const Event& event, uint32_t left, uint32_t entered) {
+        return event.kind == VEXO_SESSION_EVENT_STATE && event.previous == left &&
+               event.state == entered;
+    };
+    return (is(latest, from, to) && is(before, to, from)) ||
+           (is(latest, to, from) && is(before, from, to));
+}
+
 void Events::state(uint32_t from, uint32_t to) {
+    if (tells_of(from, to)) {
+        return;
+    }
     Event& event = add(VEXO_SESSION_EVENT_STATE);
     event.previous = from;
     event.state = to;

@@ -16,6 +16,7 @@ public:
 
     Events() : kept_(kKept) {}
 
+    // Attempts that fail one after another lead to and fro: they would push out what matters.
     void state(uint32_t from, uint32_t to);
     void span(uint32_t kind, Nanoseconds span);
     void count(uint32_t kind, uint64_t count);
@@ -45,6 +46,7 @@ private:
         std::string remedy;
     };
     Event& add(uint32_t kind);
+    bool tells_of(uint32_t from, uint32_t to) const;
 
     std::vector<Event> kept_;
     uint64_t newest_ = 0;

@@ -232,7 +232,8 @@ VEXO_API int32_t vexo_session_ping(VexoSession* session, int64_t limit_us, int64
 /* ---- Events --------------------------------------------------------------------------------- */
 
 typedef enum VexoSessionEventKind {
-    VEXO_SESSION_EVENT_STATE = 1,     /* `state` was entered from `previous` */
+    VEXO_SESSION_EVENT_STATE = 1,     /* `state` was entered from `previous`; told once when
+                                         attempts that fail lead to and fro */
     VEXO_SESSION_EVENT_CUT = 2,       /* a session that was ready has lost its connection; why */
     VEXO_SESSION_EVENT_BACK = 3,      /* ready again; `span_ns` since the cut */
     VEXO_SESSION_EVENT_CATALOGUE = 4, /* another catalogue than before: `count` is its revision */

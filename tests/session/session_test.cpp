@@ -81,6 +81,21 @@ TEST_F(Session, ComesBackAfterACutWithTheSameRecipe) {
     EXPECT_EQ(statistics().cuts, 3U);
 }
 
+TEST_F(Session, TellsOfACutAmongManyAttempts) {
+    start_controller();
+    open(impatient());
+    ASSERT_OK(vexo_session_wait(session_, VEXO_SESSION_STATE_READY, kSoon));
+    controller_.reset();
+    ASSERT_TRUE(wait_until([&] { return status().attempts >= 20; }));
+    EXPECT_EQ(event(VEXO_SESSION_EVENT_CUT).error.code, VEXO_SESSION_CUT);
+    uint64_t told = 0;
+    auto next = sized<VexoSessionEvent>();
+    while (vexo_session_next_event(session_, &position_, &next, 0) == VEXO_SESSION_OK) {
+        ++told;
+    }
+    EXPECT_LT(told, 15U);
+}
+
 TEST_F(Session, TellsTheNearestOfAnUnknownName) {
     start_controller();
     open();
