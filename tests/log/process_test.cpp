@@ -72,14 +72,12 @@ TEST(LogInAChild, BeginsAnewWhateverTheParentsThreadsDo) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer ends a child that starts a thread";
 #endif
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer's own locks do not outlast a fork beside other threads";
+#endif
     log_init();
     {
         const Loggers loggers;
-#ifdef __SANITIZE_ADDRESS__
-        // A child of this sanitizer hangs where another thread allocated at its birth, as the log's
-        // does when it opens its file.
-        ASSERT_TRUE(wait_until([] { return read_file(kGeneralFile).ends_with("parent\n"); }));
-#endif
         for (int number = 0; number < 40; ++number) {
             ASSERT_EQ(in_child([number] { return use_log(number); }), 0) << number;
         }
